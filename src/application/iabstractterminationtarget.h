@@ -1,0 +1,20 @@
+#ifndef APPLICATION_IABSTRACTTERMINATIONTARGET_H
+#define APPLICATION_IABSTRACTTERMINATIONTARGET_H
+
+#include "zentappstartup_export.h"
+
+/// Base of every object that wants to be told that the application ends. It
+/// is on the termination centre's list from construction to destruction.
+class ZENTAPPSTARTUP_EXPORT IAbstractTerminationTarget
+{
+public:
+    IAbstractTerminationTarget();
+    // Deliberately not registered: only the default constructor registers.
+    IAbstractTerminationTarget(const IAbstractTerminationTarget&) {}
+    IAbstractTerminationTarget& operator=(const IAbstractTerminationTarget&) { return *this; }
+    virtual ~IAbstractTerminationTarget();
+
+    virtual void aboutToTerminate() = 0;
+};
+
+#endif

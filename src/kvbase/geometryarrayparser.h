@@ -1,0 +1,49 @@
+#ifndef KVBASE_GEOMETRYARRAYPARSER_H
+#define KVBASE_GEOMETRYARRAYPARSER_H
+
+#include "kvbase/kvbase_export.h"
+
+#include <QString>
+#include <QVector>
+
+/// Reads the "Geometry" text that applications store for their windows.
+///
+/// Format: one or more window records separated by ';'. A record is six
+/// integers separated by ',':  screen,x,y,width,height,state
+///   screen  index of the screen the window was on (0 = first)
+///   x, y    top-left corner in that screen's coordinates
+///   width, height  size in pixels, both above 0
+///   state   0 normal, 1 minimised, 2 maximised, 3 full screen
+/// Blanks around numbers are allowed; an empty record (a trailing ';') is
+/// skipped. Any other text makes the whole array invalid.
+/// Example: "1,100,80,1024,768,0;0,0,0,400,300,2"
+class KVBASE_EXPORT GeometryArrayParser
+{
+public:
+    struct Geometry
+    {
+        int screen = -1;
+        int x = 0;
+        int y = 0;
+        int width = 0;
+        int height = 0;
+        int state = 0;
+    };
+
+    explicit GeometryArrayParser(const QString& text);
+
+    bool IsValid() const { return m_bValid; }
+    int Count() const { return m_geometries.size(); }
+    /// The record at `index`; a default record (screen -1) when there is none.
+    Geometry At(int index) const;
+    /// The screen of the record at `index`, -1 when the text is invalid or has no such record.
+    int GetScreen(int index = 0) const { return At(index).screen; }
+
+private:
+    static bool ParseRecord(const QString& record, Geometry& geometry);
+
+    bool m_bValid = false;
+    QVector<Geometry> m_geometries;
+};
+
+#endif

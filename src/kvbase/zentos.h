@@ -1,0 +1,106 @@
+#ifndef KVBASE_ZENTOS_H
+#define KVBASE_ZENTOS_H
+
+#include "kvbase/kvbase_export.h"
+
+#include <QIcon>
+#include <QString>
+
+#include <string>
+
+class QFileDevice;
+
+/// The operating-system abstraction: every call into the operating system
+/// that the family's libraries make goes through this one object, so that a
+/// port only adds the platform file behind it (zentos_unix.cpp, zentos_win.cpp).
+///
+/// The operations are virtual so that tests can put a scripted system in
+/// place with SetInstance().
+class KVBASE_EXPORT ZentOS
+{
+public:
+    /// Placement of a top-level window; state: 0 normal, 1 minimised, 2 maximised.
+    struct WindowPlacement
+    {
+        int x = -1;
+        int y = -1;
+        int width = -1;
+        int height = -1;
+        int state = -1;
+    };
+
+    /// The process's instance, made on first use.
+    static ZentOS& Create();
+    /// The same instance as Create().
+    static ZentOS& Get();
+    /// Replaces the instance (tests); nullptr restores the platform's own. Not owned.
+    static void SetInstance(ZentOS* instance);
+
+    ZentOS();
+    virtual ~ZentOS();
+    ZentOS(const ZentOS&) = delete;
+    ZentOS& operator=(const ZentOS&) = delete;
+
+    // Libraries. Handles are opaque; null means failure, and the reason is then
+    // GetLastError()/GetLastErrorText().
+    virtual void* LoadLibrary(const QString& fileName);
+    virtual bool FreeLibrary(void* handle);
+    virtual void* GetProcAddress(void* handle, const char* name);
+    virtual unsigned long GetLastError() const;
+    virtual void ResetLastError();
+    virtual QString GetLastErrorText() const;
+
+    // The machine.
+    /// The local machine's address number `index` (IPv4 and IPv6, loopback
+    /// included); an empty text when there are no more.
+    virtual QString GetLocalAddress(int index) const;
+    /// The workstation's name; empty when it cannot be determined.
+    virtual std::wstring GetWorkStationName() const;
+
+    // Threads.
+    /// Set-up for GUI processes: the calling thread becomes the main thread.
+    virtual void InitGuiProcess();
+    /// The main thread's identity; 0 when not known.
+    virtual unsigned long GetMainThreadId() const;
+    /// True when the calling thread is the main thread (also when none is known
+    /// and the calling thread is the Qt application's).
+    virtual bool IsAppThread() const;
+    /// The calling thread's identity.
+    virtual unsigned long GetCurrentThreadId() const;
+
+    // Environment and folders.
+    /// The variable's value in the process's 8-bit encoding; nullptr when unset.
+    virtual const char* GetEnvironmentVar(const char* name) const;
+    /// The folder of the system's programs.
+    virtual std::wstring GetSystemDir() const;
+    /// The temporary folder, without a trailing separator.
+    virtual std::wstring GetTempDir() const;
+    /// The product's installation folder; empty when the product is not installed.
+    virtual QString GetProductDir() const;
+
+    // Processes and windows.
+    virtual bool GetWindowPlacement(qint64 processId, WindowPlacement& placement) const;
+    virtual bool SetWindowPlacement(qint64 processId, const WindowPlacement& placement);
+    /// Starts a program without a window; `result` receives its process id.
+    virtual bool StartHiddenLegacyProgram(const std::u16string& program, const std::u16string& params,
+                                          int& result);
+    /// Starts a program with one argument, detached from this process.
+    virtual bool StartProgram(const QString& program, const QString& argument);
+    /// Shows a text file to the user: printed when standard output is a
+    /// terminal, otherwise opened with the desktop's viewer.
+    virtual bool DisplayTextFile(const QString& fileName);
+
+    /// The product icon with this number; a null icon when unknown.
+    virtual QIcon GetIcon(int number) const;
+
+    /// The wall clock in seconds since 1970.
+    virtual qint64 GetTime() const;
+
+    // Durability.
+    /// Flushes an open file's data to the storage device.
+    virtual bool SyncFile(QFileDevice& file);
+    /// Flushes a folder's entries (renames, creations) to the storage device.
+    virtual bool SyncDirectory(const QString& path);
+};
+
+#endif

@@ -1,0 +1,236 @@
+// Linux and other Unix systems: dlopen for libraries, gettid for threads,
+// fsync for durability, the desktop's opener for showing files.
+#include "kvbase/zentos.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileDevice>
+#include <QFileInfo>
+#include <QProcess>
+#include <QStandardPaths>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+// dlerror() clears itself when read, so the last failure is kept here per thread,
+// the way Windows keeps its last-error value.
+thread_local unsigned long t_lastError = 0;
+thread_local QString t_lastErrorText;
+
+std::atomic<unsigned long> g_mainThreadId{0};
+
+void RememberDlError(unsigned long code)
+{
+    const char* text = dlerror();
+    t_lastError = code;
+    t_lastErrorText = text ? QString::fromLocal8Bit(text) : QString();
+}
+
+QStringList LibraryCandidates(const QString& fileName)
+{
+    // Plug-ins keep their Windows names in configurations ("FolderPane.dll");
+    // here they are found as lib<name>.so or <name>.so.
+    QStringList names{fileName};
+    if (fileName.endsWith(QLatin1String(".dll"), Qt::CaseInsensitive)) {
+        const QFileInfo info(fileName);
+        const QString base = info.completeBaseName();
+        const QString dir = info.path() == QLatin1String(".") && !fileName.startsWith(QLatin1String("./"))
+                                ? QString()
+                                : info.path() + QLatin1Char('/');
+        names << dir + QStringLiteral("lib") + base + QStringLiteral(".so") << dir + base + QStringLiteral(".so");
+    }
+    QStringList candidates;
+    const QString appDir = QCoreApplication::instance() ? QCoreApplication::applicationDirPath() : QString();
+    for (const QString& name : qAsConst(names)) {
+        if (!appDir.isEmpty() && QFileInfo(name).isRelative())
+            candidates << appDir + QLatin1Char('/') + name;
+        candidates << name; // the loader's own search path
+    }
+    return candidates;
+}
+
+} // namespace
+
+void* ZentOS::LoadLibrary(const QString& fileName)
+{
+    for (const QString& candidate : LibraryCandidates(fileName)) {
+        if (QFileInfo(candidate).isAbsolute() && !QFileInfo::exists(candidate))
+            continue;
+        if (void* handle = dlopen(QFile::encodeName(candidate).constData(), RTLD_NOW | RTLD_LOCAL)) {
+            t_lastError = 0;
+            t_lastErrorText.clear();
+            return handle;
+        }
+        RememberDlError(ENOENT);
+    }
+    if (t_lastError == 0) {
+        t_lastError = ENOENT;
+        t_lastErrorText = QStringLiteral("%1: cannot open shared object file").arg(fileName);
+    }
+    return nullptr;
+}
+
+bool ZentOS::FreeLibrary(void* handle)
+{
+    if (handle && dlclose(handle) == 0)
+        return true;
+    RememberDlError(EINVAL);
+    return false;
+}
+
+void* ZentOS::GetProcAddress(void* handle, const char* name)
+{
+    dlerror();
+    void* symbol = handle ? dlsym(handle, name) : nullptr;
+    if (!symbol)
+        RememberDlError(ENOENT);
+    return symbol;
+}
+
+unsigned long ZentOS::GetLastError() const
+{
+    return t_lastError;
+}
+
+void ZentOS::ResetLastError()
+{
+    t_lastError = 0;
+    t_lastErrorText.clear();
+    dlerror();
+}
+
+QString ZentOS::GetLastErrorText() const
+{
+    return t_lastErrorText;
+}
+
+std::wstring ZentOS::GetWorkStationName() const
+{
+    char name[256] = {};
+    if (gethostname(name, sizeof(name) - 1) != 0)
+        return std::wstring();
+    return QString::fromLocal8Bit(name).toStdWString();
+}
+
+void ZentOS::InitGuiProcess()
+{
+    g_mainThreadId.store(GetCurrentThreadId());
+}
+
+unsigned long ZentOS::GetMainThreadId() const
+{
+    return g_mainThreadId.load();
+}
+
+unsigned long ZentOS::GetCurrentThreadId() const
+{
+    return static_cast<unsigned long>(syscall(SYS_gettid));
+}
+
+const char* ZentOS::GetEnvironmentVar(const char* name) const
+{
+    return name ? std::getenv(name) : nullptr;
+}
+
+std::wstring ZentOS::GetSystemDir() const
+{
+    return std::wstring(L"/usr/bin");
+}
+
+std::wstring ZentOS::GetTempDir() const
+{
+    QString dir = QDir::tempPath();
+    while (dir.size() > 1 && dir.endsWith(QLatin1Char('/')))
+        dir.chop(1);
+    return dir.toStdWString();
+}
+
+QString ZentOS::GetProductDir() const
+{
+    // An installed product keeps its data in <prefix>/share/zent beside bin/;
+    // ZENT_PRODUCT_DIR overrides it (relocated installs, tests).
+    if (const char* dir = GetEnvironmentVar("ZENT_PRODUCT_DIR"))
+        return QFile::decodeName(dir);
+    if (!QCoreApplication::instance())
+        return QString();
+    const QString installed = QCoreApplication::applicationDirPath() + QStringLiteral("/../share/zent");
+    return QFileInfo(installed).isDir() ? QDir::cleanPath(installed) : QString();
+}
+
+bool ZentOS::GetWindowPlacement(qint64, WindowPlacement&) const
+{
+    // Neither Wayland nor a plain X11 session lets one process read another's
+    // window placement reliably; callers keep their "unknown" (-1) values.
+    return false;
+}
+
+bool ZentOS::SetWindowPlacement(qint64, const WindowPlacement&)
+{
+    // See GetWindowPlacement: the window manager places foreign windows here.
+    return false;
+}
+
+bool ZentOS::StartHiddenLegacyProgram(const std::u16string& program, const std::u16string& params, int& result)
+{
+    const QString programName = QString::fromStdU16String(program);
+    const QStringList arguments = QProcess::splitCommand(QString::fromStdU16String(params));
+    QProcess process;
+    process.setProgram(programName);
+    process.setArguments(arguments);
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.setStandardErrorFile(QProcess::nullDevice());
+    qint64 pid = 0;
+    if (!process.startDetached(&pid))
+        return false;
+    result = static_cast<int>(pid);
+    return true;
+}
+
+bool ZentOS::StartProgram(const QString& program, const QString& argument)
+{
+    return QProcess::startDetached(program, QStringList{argument});
+}
+
+bool ZentOS::DisplayTextFile(const QString& fileName)
+{
+    if (isatty(STDOUT_FILENO)) {
+        QFile file(fileName);
+        if (!file.open(QIODevice::ReadOnly))
+            return false;
+        const QByteArray bytes = file.readAll();
+        return ::write(STDOUT_FILENO, bytes.constData(), static_cast<size_t>(bytes.size())) == bytes.size();
+    }
+    return StartProgram(QStringLiteral("xdg-open"), fileName);
+}
+
+qint64 ZentOS::GetTime() const
+{
+    return QDateTime::currentSecsSinceEpoch();
+}
+
+bool ZentOS::SyncFile(QFileDevice& file)
+{
+    const int fd = file.handle();
+    return fd >= 0 && ::fsync(fd) == 0;
+}
+
+bool ZentOS::SyncDirectory(const QString& path)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool synced = ::fsync(fd) == 0;
+    ::close(fd);
+    return synced;
+}
