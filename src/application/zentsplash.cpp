@@ -18,13 +18,14 @@ const int RAISE_INTERVAL_MS = 100;
 } // namespace
 
 ZentSplash::ZentSplash(const QPixmap& pixmap, QWidget* parent)
-    : QWidget(parent, Qt::SplashScreen | Qt::FramelessWindowHint)
+    : QWidget(parent, Qt::SplashScreen | Qt::FramelessWindowHint), m_timer(this)
 {
     setUp();
     setPixmap(pixmap);
 }
 
-ZentSplash::ZentSplash(QWidget* parent) : QWidget(parent, Qt::SplashScreen | Qt::FramelessWindowHint)
+ZentSplash::ZentSplash(QWidget* parent)
+    : QWidget(parent, Qt::SplashScreen | Qt::FramelessWindowHint), m_timer(this)
 {
     setUp();
 }
@@ -39,6 +40,7 @@ void ZentSplash::setUp()
 {
     setObjectName(QStringLiteral("SplashScreen"));
 
+    // The timer is a child so that it follows the widget into another thread.
     // Raising on a timer keeps the splash above the application's windows
     // for as long as it exists.
     connect(&m_timer, &QTimer::timeout, this, &ZentSplash::onTimer);
