@@ -16,7 +16,6 @@ QString CLogTracer::DefaultDirectory()
 
 QString CLogTracer::GetFileName() const
 {
-    QMutexLocker lock(&m_mutex);
     if (!m_sFileName.isEmpty())
         return m_sFileName;
     const QString module = GetModuleName();
@@ -27,19 +26,15 @@ QString CLogTracer::GetFileName() const
 void CLogTracer::Write(const QString& sourceFile, int line, const QString& text)
 {
     const QByteArray bytes = FormatLine(GetModuleName(), sourceFile, line, text).toUtf8();
-    QMutexLocker lock(&m_mutex);
-    // A log that cannot be written must not take the application down; the
-    // trace still reaches Qt's logging.
+    QMutexLocker lock(&m_fileMutex);
     if (!m_file.isOpen()) {
-        lock.unlock();
         const QString name = GetFileName();
-        lock.relock();
-        if (!m_file.isOpen()) {
-            QDir().mkpath(QFileInfo(name).absolutePath());
-            m_file.setFileName(name);
-            if (!m_file.open(QIODevice::WriteOnly | QIODevice::Append))
-                return;
-        }
+        QDir().mkpath(QFileInfo(name).absolutePath());
+        m_file.setFileName(name);
+        // A log that cannot be written must not take the application down;
+        // the trace still reaches Qt's logging.
+        if (!m_file.open(QIODevice::WriteOnly | QIODevice::Append))
+            return;
     }
     m_file.write(bytes);
     m_file.flush();

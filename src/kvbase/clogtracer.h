@@ -22,7 +22,8 @@ public:
     static QString DefaultDirectory();
 
 private:
-    QString m_sFileName;
+    QMutex m_fileMutex;
+    const QString m_sFileName;
     QFile m_file;
 };
 

@@ -24,12 +24,11 @@ public:
 
     /// The line as every writer formats it: time, module, source, line and
     /// text separated by tabs, line breaks in the text escaped as "\n".
-    static QString FormatLine(const QString& module, const QString& sourceFile, int line, const QString& text);
-
-protected:
-    mutable QMutex m_mutex;
+    static QString FormatLine(const QString& module, const QString& sourceFile, int line,
+                              const QString& text);
 
 private:
+    mutable QMutex m_moduleMutex;
     QString m_sModuleName;
 };
 

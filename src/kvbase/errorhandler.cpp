@@ -88,10 +88,12 @@ void ErrorHandler::ResetMessageMask(unsigned mask)
 
 QString ErrorHandler::SourceName(const char* sourceFile)
 {
+    // Traces name a source as its folder and file without extension
+    // ("configuration/cfgxml"), whatever path the compiler saw.
     QString name = QString::fromUtf8(sourceFile ? sourceFile : "");
-    const int srcFolder = name.lastIndexOf(QLatin1String("/src/"));
-    if (srcFolder >= 0)
-        name = name.mid(srcFolder + 5);
+    const int fileStart = name.lastIndexOf(QLatin1Char('/')) + 1;
+    const int folderStart = fileStart > 0 ? name.lastIndexOf(QLatin1Char('/'), fileStart - 2) + 1 : 0;
+    name = name.mid(folderStart);
     const int dot = name.lastIndexOf(QLatin1Char('.'));
     if (dot > name.lastIndexOf(QLatin1Char('/')))
         name.truncate(dot);

@@ -16,22 +16,23 @@ class CLogWriter;
 KVBASE_EXPORT Q_DECLARE_LOGGING_CATEGORY(lcZentTrace)
 KVBASE_EXPORT Q_DECLARE_LOGGING_CATEGORY(lcZentMessage)
 
-/// Error reporting and tracing of the product family.
-///
-/// Traces and assertions belong to one of seven categories; each is written
-/// only while its bit is set in the message mask. A written trace goes to the
-/// log tracer (when one is installed) and to the Qt logging category
-/// "zent.trace" at debug level, so applications can route it with Qt's own
-/// message handler and filter rules.
-///
-/// Messages are meant for the user: they are logged, sent to the logging
-/// category "zent.message" and handed to the message presenter. The message
-/// dialog asks the user whether to continue; without a dialog (services,
-/// tests, headless runs) callers take the "no" path.
-class KVBASE_EXPORT ErrorHandler
+    /// Error reporting and tracing of the product family.
+    ///
+    /// Traces and assertions belong to one of seven categories; each is written
+    /// only while its bit is set in the message mask. A written trace goes to the
+    /// log tracer (when one is installed) and to the Qt logging category
+    /// "zent.trace" at debug level, so applications can route it with Qt's own
+    /// message handler and filter rules.
+    ///
+    /// Messages are meant for the user: they are logged, sent to the logging
+    /// category "zent.message" and handed to the message presenter. The message
+    /// dialog asks the user whether to continue; without a dialog (services,
+    /// tests, headless runs) callers take the "no" path.
+    class KVBASE_EXPORT ErrorHandler
 {
 public:
-    enum MessageCategory : unsigned {
+    enum MessageCategory : unsigned
+    {
         Q_KM_REQUIRE = 1,
         Q_KM_ASSERT = 2,
         Q_ENSURE = 4,
@@ -41,7 +42,12 @@ public:
         Q_EXPERT_TRACE = 64,
         ALL_CATEGORIES = 127
     };
-    enum MessageKind { MSG_Error = 0, MSG_Warning = 1, MSG_Information = 2 };
+    enum MessageKind
+    {
+        MSG_Error = 0,
+        MSG_Warning = 1,
+        MSG_Information = 2
+    };
 
     /// Asks the user; returns true when the user chose "Continue".
     using MessageDialog = std::function<bool(const QString& text)>;
@@ -87,7 +93,7 @@ public:
     /// Takes ownership of `tracer`; the previous tracer is deleted.
     void SetLogTracer(CLogWriter* tracer);
 
-    /// The source name traces carry: "src/application/x.cpp" gives "application/x".
+    /// The source name traces carry: "/any/src/application/x.cpp" gives "application/x".
     static QString SourceName(const char* sourceFile);
 
 private:
@@ -111,7 +117,7 @@ private:
 #define _Q_Trace(text, source, line)                                                                         \
     do {                                                                                                     \
         if (ErrorHandler::Instance().IsEnabled(ErrorHandler::Q_TRACE))                                       \
-            ErrorHandler::Instance().Trace(ErrorHandler::Q_TRACE, (text), (source), (line));      \
+            ErrorHandler::Instance().Trace(ErrorHandler::Q_TRACE, (text), (source), (line));                 \
     } while (false)
 
 /// The older trace form: the category is named by the caller.
@@ -123,7 +129,6 @@ private:
 
 /// Checks a condition; the condition's text is what the log shows.
 #define _Q_assert(condition, source, line)                                                                   \
-    ErrorHandler::Instance().Assert(static_cast<bool>(condition), #condition, (source),              \
-                                    (line))
+    ErrorHandler::Instance().Assert(static_cast<bool>(condition), #condition, (source), (line))
 
 #endif

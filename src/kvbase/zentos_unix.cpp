@@ -47,7 +47,8 @@ QStringList LibraryCandidates(const QString& fileName)
         const QString dir = info.path() == QLatin1String(".") && !fileName.startsWith(QLatin1String("./"))
                                 ? QString()
                                 : info.path() + QLatin1Char('/');
-        names << dir + QStringLiteral("lib") + base + QStringLiteral(".so") << dir + base + QStringLiteral(".so");
+        names << dir + QStringLiteral("lib") + base + QStringLiteral(".so")
+              << dir + base + QStringLiteral(".so");
     }
     QStringList candidates;
     const QString appDir = QCoreApplication::instance() ? QCoreApplication::applicationDirPath() : QString();
@@ -180,7 +181,8 @@ bool ZentOS::SetWindowPlacement(qint64, const WindowPlacement&)
     return false;
 }
 
-bool ZentOS::StartHiddenLegacyProgram(const std::u16string& program, const std::u16string& params, int& result)
+bool ZentOS::StartHiddenLegacyProgram(const std::u16string& program, const std::u16string& params,
+                                      int& result)
 {
     const QString programName = QString::fromStdU16String(program);
     const QStringList arguments = QProcess::splitCommand(QString::fromStdU16String(params));
