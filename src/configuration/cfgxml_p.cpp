@@ -1,0 +1,255 @@
+#include "configuration/cfgxml_p.h"
+
+#include "kvbase/errorhandler.h"
+#include "kvbase/zentos.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QFileInfo>
+#include <QThread>
+
+// ---------------------------------------------------------------- DomLookup
+
+DomLookup::ChildIndex* DomLookup::IndexOf(const QDomNode& parent)
+{
+    const void* key = DomNodeKey::Of(parent);
+    auto it = m_children.find(key);
+    if (it != m_children.end())
+        return &it.value();
+    const QDomNodeList children = parent.childNodes();
+    if (children.count() < INDEX_THRESHOLD)
+        return nullptr;
+    ChildIndex index;
+    index.parent = parent;
+    index.firstByName.reserve(children.count());
+    for (QDomNode child = parent.firstChild(); !child.isNull(); child = child.nextSibling()) {
+        const QString name = child.nodeName();
+        if (!index.firstByName.contains(name))
+            index.firstByName.insert(name, child);
+    }
+    return &m_children.insert(key, index).value();
+}
+
+QDomNode DomLookup::FirstChildNamed(const QDomNode& parent, const QString& name)
+{
+    if (parent.isNull())
+        return QDomNode();
+    if (ChildIndex* index = IndexOf(parent))
+        return index->firstByName.value(name);
+    for (QDomNode child = parent.firstChild(); !child.isNull(); child = child.nextSibling()) {
+        if (child.nodeName() == name)
+            return child;
+    }
+    return QDomNode();
+}
+
+QDomElement DomLookup::FirstChildElementNamed(const QDomNode& parent, const QString& name)
+{
+    const QDomNode first = FirstChildNamed(parent, name);
+    if (first.isNull() || first.isElement())
+        return first.toElement();
+    // Only a processing instruction can share a tag's name; rare enough to scan.
+    return parent.firstChildElement(name);
+}
+
+QDomNode DomLookup::Append(QDomNode parent, const QDomNode& child)
+{
+    QDomNode appended = parent.appendChild(child);
+    auto it = m_children.find(DomNodeKey::Of(parent));
+    if (it != m_children.end() && !appended.isNull() && !it->firstByName.contains(appended.nodeName()))
+        it->firstByName.insert(appended.nodeName(), appended);
+    return appended;
+}
+
+void DomLookup::ForgetChildren(const QDomNode& parent)
+{
+    m_children.remove(DomNodeKey::Of(parent));
+}
+
+void DomLookup::ForgetAll()
+{
+    m_children.clear();
+}
+
+bool DomLookup::IsStamped(const QDomNode& node) const
+{
+    return m_stamped.contains(DomNodeKey::Of(node));
+}
+
+void DomLookup::MarkStamped(const QDomNode& node)
+{
+    m_stamped.insert(DomNodeKey::Of(node), node);
+}
+
+void DomLookup::ForgetStamps()
+{
+    m_stamped.clear();
+}
+
+// ---------------------------------------------------------------- CfgXmlFile
+
+namespace {
+
+const char* const SOURCE_FILE = "configuration/cfgxml";
+
+void TraceFileProblem(const QString& what, const QFileDevice& file)
+{
+    _Q_Trace(what + QStringLiteral(": ") + file.errorString(), SOURCE_FILE, __LINE__);
+}
+
+qint64 FileSize(const QString& fileName)
+{
+    const QFileInfo info(fileName);
+    return info.exists() ? info.size() : -1;
+}
+
+QString DirectoryOf(const QString& fileName)
+{
+    return QFileInfo(fileName).absolutePath();
+}
+
+bool Rename(const QString& from, const QString& to)
+{
+    QFile file(from);
+    if (file.rename(to))
+        return true;
+    TraceFileProblem(QStringLiteral("Cannot rename ") + from + QStringLiteral(" to ") + to, file);
+    return false;
+}
+
+void RemoveIfPresent(const QString& fileName)
+{
+    QFile file(fileName);
+    if (file.exists() && !file.remove())
+        TraceFileProblem(QStringLiteral("Cannot remove ") + fileName, file);
+}
+
+void CreateEmptyIfMissing(const QString& fileName)
+{
+    QFile file(fileName);
+    if (file.exists())
+        return;
+    if (!file.open(QIODevice::WriteOnly))
+        TraceFileProblem(QStringLiteral("Cannot create ") + fileName, file);
+}
+
+bool WriteSynced(QFile& file, const QByteArray& bytes)
+{
+    const bool written = file.write(bytes) == bytes.size() && file.flush();
+    const bool synced = ZentOS::Get().SyncFile(file);
+    file.close();
+    if (!written)
+        TraceFileProblem(QStringLiteral("Cannot write ") + file.fileName(), file);
+    return written && synced;
+}
+
+QString CorruptName(const QString& fileName)
+{
+    const QDateTime now = QDateTime::fromSecsSinceEpoch(ZentOS::Get().GetTime(), Qt::UTC);
+    const QString base =
+        fileName + QStringLiteral(".corrupt.") + now.toString(QStringLiteral("yyyyMMdd_hhmmss"));
+    // A second corrupt file within the same second must not replace the first.
+    QString name = base;
+    for (int n = 1; QFile::exists(name); ++n)
+        name = base + QLatin1Char('_') + QString::number(n);
+    return name;
+}
+
+} // namespace
+
+CfgXmlFile::WriteResult CfgXmlFile::WriteRotated(const QString& fileName, const QByteArray& bytes)
+{
+    const QString temp = fileName + QStringLiteral(".temp");
+    const QString bak = fileName + QStringLiteral(".bak");
+    const QString bakTemp = fileName + QStringLiteral(".bak.temp");
+
+    QThread::yieldCurrentThread();
+    QFile tempFile(temp);
+    if (!tempFile.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return WriteResult::TempNotOpened;
+    const bool complete = WriteSynced(tempFile, bytes);
+    QThread::yieldCurrentThread();
+    if (!complete) {
+        // F stays as it was; a partial F.temp is never renamed into place.
+        RemoveIfPresent(temp);
+        return WriteResult::Failed;
+    }
+
+    CreateEmptyIfMissing(bak);
+    RemoveIfPresent(bakTemp);
+    // Without F there is no previous document, and F.bak stays as it is.
+    const bool hadPrevious = QFile::exists(fileName) && Rename(fileName, bakTemp);
+    if (!Rename(temp, fileName))
+        return WriteResult::Failed;
+    if (hadPrevious) {
+        RemoveIfPresent(bak);
+        Rename(bakTemp, bak);
+    }
+    ZentOS::Get().SyncDirectory(DirectoryOf(fileName));
+    return WriteResult::Written;
+}
+
+void CfgXmlFile::CompleteInterruptedRotation(const QString& fileName)
+{
+    if (QFile::exists(fileName))
+        return;
+    // F.temp was flushed to disk before F was renamed away, so it is complete
+    // whenever F is missing; F.bak.temp is the document before it.
+    for (const QString& candidate :
+         {fileName + QStringLiteral(".temp"), fileName + QStringLiteral(".bak.temp")}) {
+        if (FileSize(candidate) > 0 && Rename(candidate, fileName)) {
+            _Q_Trace(fileName + QStringLiteral(" was missing after an interrupted save; completed from ") +
+                         candidate,
+                     SOURCE_FILE, __LINE__);
+            ZentOS::Get().SyncDirectory(DirectoryOf(fileName));
+            return;
+        }
+    }
+}
+
+bool CfgXmlFile::HasUsableBackup(const QString& fileName)
+{
+    return FileSize(fileName + QStringLiteral(".bak")) > 0;
+}
+
+bool CfgXmlFile::RestoreFromBackup(const QString& fileName)
+{
+    QFile bakFile(fileName + QStringLiteral(".bak"));
+    if (!bakFile.open(QIODevice::ReadOnly)) {
+        TraceFileProblem(QStringLiteral("No backup to restore for ") + fileName, bakFile);
+        return false;
+    }
+    const QByteArray bytes = bakFile.readAll();
+    bakFile.close();
+    if (bytes.isEmpty()) {
+        _Q_Trace(QStringLiteral("The backup of ") + fileName +
+                     QStringLiteral(" is empty and was not restored"),
+                 SOURCE_FILE, __LINE__);
+        return false;
+    }
+    if (QFile::exists(fileName) && !Rename(fileName, CorruptName(fileName)))
+        return false;
+    QFile file(fileName);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        TraceFileProblem(QStringLiteral("Cannot restore ") + fileName, file);
+        return false;
+    }
+    const bool restored = WriteSynced(file, bytes);
+    ZentOS::Get().SyncDirectory(DirectoryOf(fileName));
+    return restored;
+}
+
+QByteArray CfgXmlFile::NormaliseLineEnds(const QByteArray& bytes)
+{
+    QByteArray result;
+    result.reserve(bytes.size() + bytes.size() / 150);
+    for (const char c : bytes) {
+        const bool afterCr = !result.isEmpty() && result.back() == '\r';
+        if (c == '\r' && afterCr)
+            continue;
+        if (c == '\n' && !afterCr)
+            result.append('\r');
+        result.append(c);
+    }
+    return result;
+}

@@ -1,0 +1,118 @@
+#ifndef CONFIGURATION_CFGXML_P_H
+#define CONFIGURATION_CFGXML_P_H
+
+#include <QByteArray>
+#include <QDomDocument>
+#include <QDomElement>
+#include <QHash>
+#include <QString>
+#include <memory>
+
+/// Identity of a DOM node: the address of its shared private part, which is
+/// the same for every QDomNode handle of that node.
+class DomNodeKey : public QDomNode
+{
+public:
+    static const void* Of(const QDomNode& node)
+    {
+        QDomNodePrivate* QDomNode::*implMember = &DomNodeKey::impl;
+        return node.*implMember;
+    }
+};
+
+/// Lookup structures over one in-memory document, so that reads stay fast on
+/// nodes with many children.
+///
+/// The child index maps a parent to the first child of each node name; it is
+/// kept up to date for appended children and dropped for a parent whose
+/// children are removed, renamed or moved. The stamped set remembers nodes
+/// whose whole sub-tree is known to carry time stamps, so that the stamping of
+/// every walk does not visit the sub-tree again. Every entry holds the node it
+/// describes, so a node's identity cannot be reused while it is listed.
+class DomLookup
+{
+public:
+    /// The first child of `parent` whose node name is `name`; null when none.
+    QDomNode FirstChildNamed(const QDomNode& parent, const QString& name);
+    /// The first child element of `parent` with tag `name`; null when none.
+    QDomElement FirstChildElementNamed(const QDomNode& parent, const QString& name);
+    /// Appends `child` to `parent` and records it.
+    QDomNode Append(QDomNode parent, const QDomNode& child);
+    /// Forgets what is known about the children of `parent`.
+    void ForgetChildren(const QDomNode& parent);
+    /// Forgets everything (document replaced, sub-trees grafted or moved).
+    void ForgetAll();
+
+    bool IsStamped(const QDomNode& node) const;
+    void MarkStamped(const QDomNode& node);
+    /// Unstamped nodes may have entered a sub-tree.
+    void ForgetStamps();
+
+private:
+    struct ChildIndex
+    {
+        QDomNode parent;
+        QHash<QString, QDomNode> firstByName;
+    };
+    // Small parents are scanned; an index pays off only on crowded nodes.
+    static constexpr int INDEX_THRESHOLD = 16;
+
+    ChildIndex* IndexOf(const QDomNode& parent);
+
+    QHash<const void*, ChildIndex> m_children;
+    QHash<const void*, QDomNode> m_stamped;
+};
+
+/// The document that a root CfgXml and its sub-configuration objects share.
+/// Closing the root empties it, so sub-configuration objects that outlive the
+/// open document find no document instead of a dangling one.
+struct CfgXmlData
+{
+    std::unique_ptr<QDomDocument> document;
+    std::unique_ptr<QDomDocument> mergeDocument;
+    DomLookup lookup;
+
+    void Reset()
+    {
+        document.reset();
+        mergeDocument.reset();
+        lookup.ForgetAll();
+        lookup.ForgetStamps();
+    }
+};
+
+/// File operations of the configuration files: the crash-safe rotation and
+/// the helpers of open and recovery.
+namespace CfgXmlFile {
+
+enum class WriteResult
+{
+    Written,
+    TempNotOpened,
+    Failed
+};
+
+/// Writes `bytes` to `fileName` through the rotation ".temp", ".bak",
+/// ".bak.temp". TempNotOpened is for the caller to report; other failures are
+/// traced and leave the previous file in place.
+WriteResult WriteRotated(const QString& fileName, const QByteArray& bytes);
+
+/// Completes a rotation that a crash interrupted while the file was missing:
+/// the newest complete file of ".temp" and ".bak.temp" becomes the file.
+void CompleteInterruptedRotation(const QString& fileName);
+
+/// Sets `fileName` aside as fileName + ".corrupt." + UTC time stamp and
+/// writes the bytes of its ".bak" in its place. An empty or missing backup
+/// restores nothing. Returns whether the backup was restored.
+bool RestoreFromBackup(const QString& fileName);
+
+/// True when fileName + ".bak" exists and is not empty.
+bool HasUsableBackup(const QString& fileName);
+
+/// The line ends of usages 1 and 3: every LF gets a CR before it and runs
+/// of CR collapse to one.
+QByteArray NormaliseLineEnds(const QByteArray& bytes);
+
+} // namespace CfgXmlFile
+
+#endif
