@@ -1,0 +1,334 @@
+#include "regfile.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTextCodec>
+#include <QtTest>
+
+#include <memory>
+
+namespace {
+
+LPCWSTR W(const QString& text)
+{
+    return reinterpret_cast<LPCWSTR>(text.utf16());
+}
+
+QByteArray Utf16(const QString& text)
+{
+    return QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2);
+}
+
+QByteArray Sz(const QString& text)
+{
+    return Utf16(text) + QByteArray(2, '\0');
+}
+
+QByteArray ReadFile(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+/// The text of a registry file with every line end made "\n".
+QString NormalisedText(const QByteArray& content)
+{
+    QString text = content.startsWith("\xff\xfe")
+                       ? QString::fromUtf16(reinterpret_cast<const char16_t*>(content.constData() + 2),
+                                            (content.size() - 2) / 2)
+                       : QTextCodec::codecForName("Windows-1252")->toUnicode(content);
+    return text.replace(QLatin1String("\r\n"), QLatin1String("\n"));
+}
+
+/// Reads one value below HKEY_CURRENT_USER; an error code as text when it cannot.
+QByteArray Value(const QString& key, const QString& name, DWORD* type = nullptr)
+{
+    HKEY handle = nullptr;
+    LONG result = RegOpenKeyExW(HKEY_CURRENT_USER, W(key), 0, KEY_READ, &handle);
+    if (result != ERROR_SUCCESS)
+        return "error " + QByteArray::number(result);
+    QByteArray data(4096, '\0');
+    DWORD size = 4096;
+    result = RegQueryValueExW(handle, W(name), nullptr, type, reinterpret_cast<LPBYTE>(data.data()), &size);
+    RegCloseKey(handle);
+    if (result != ERROR_SUCCESS)
+        return "error " + QByteArray::number(result);
+    return data.left(static_cast<int>(size));
+}
+
+LONG KeyState(const QString& key)
+{
+    HKEY handle = nullptr;
+    const LONG result = RegOpenKeyExW(HKEY_CURRENT_USER, W(key), 0, KEY_READ, &handle);
+    if (result == ERROR_SUCCESS)
+        RegCloseKey(handle);
+    return result;
+}
+
+const QString Base = QStringLiteral("SOFTWARE\\Velkor&Amsel\\Zent\\");
+
+} // namespace
+
+class tst_ZentReg : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<QTemporaryDir> m_dir;
+    QByteArray m_savedRegistryDir;
+    bool m_bHadRegistryDir = false;
+
+    QString DataFile(const QString& name) const { return QStringLiteral(ZENTREG_TEST_DATA "/") + name; }
+
+    struct Run
+    {
+        int exitCode = -1;
+        QString errors;
+    };
+
+    Run Zentreg(const QStringList& args)
+    {
+        QProcess process;
+        process.start(QCoreApplication::applicationDirPath() + QStringLiteral("/zentreg"), args);
+        Run run;
+        if (!process.waitForFinished(30000))
+            return run;
+        run.exitCode = process.exitCode();
+        run.errors = QString::fromUtf8(process.readAllStandardError()).trimmed();
+        return run;
+    }
+
+    QString WriteTemp(const QString& name, const QByteArray& content)
+    {
+        const QString path = m_dir->filePath(name);
+        QFile file(path);
+        if (file.open(QIODevice::WriteOnly))
+            file.write(content);
+        return path;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        m_bHadRegistryDir = qEnvironmentVariableIsSet("ZENT_REGISTRY_DIR");
+        m_savedRegistryDir = qgetenv("ZENT_REGISTRY_DIR");
+    }
+
+    void init()
+    {
+        m_dir.reset(new QTemporaryDir);
+        QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
+        qputenv("ZENT_REGISTRY_DIR", QFile::encodeName(m_dir->filePath(QStringLiteral("registry"))));
+    }
+
+    void cleanup()
+    {
+        if (m_bHadRegistryDir)
+            qputenv("ZENT_REGISTRY_DIR", m_savedRegistryDir);
+        else
+            qunsetenv("ZENT_REGISTRY_DIR");
+        m_dir.reset();
+    }
+
+    void parsesEveryKindOfLine()
+    {
+        RegFile file;
+        QVERIFY(file.Parse("Windows Registry Editor Version 5.00\n"
+                           "\n"
+                           "[HKCU\\A]\n"
+                           "@=\"d\"\n"
+                           "\"s\"=\"x\\\\y\\\"z\"\n"
+                           "\"n\"=dword:1F\n"
+                           "\"b\"=hex:01,02,\\\n"
+                           "  03\n"
+                           "\"e\"=hex(2):41,00,00,00\n"
+                           "\"gone\"=-\n"
+                           "[-HKEY_LOCAL_MACHINE\\B]\n"));
+        QCOMPARE(file.GetFormat(), RegFile::Version5);
+        const QList<RegFile::Operation> ops = file.Operations();
+        QCOMPARE(ops.size(), 8);
+        QCOMPARE(ops[0].kind, RegFile::Operation::CreateKey);
+        QCOMPARE(ops[0].key, QStringLiteral("HKEY_CURRENT_USER\\A"));
+        QCOMPARE(ops[1].name, QString());
+        QCOMPARE(ops[1].data, Sz(QStringLiteral("d")));
+        QCOMPARE(ops[2].name, QStringLiteral("s"));
+        QCOMPARE(ops[2].type, DWORD(REG_SZ));
+        QCOMPARE(ops[2].data, Sz(QStringLiteral("x\\y\"z")));
+        QCOMPARE(ops[3].type, DWORD(REG_DWORD));
+        QCOMPARE(ops[3].data, QByteArray("\x1f\0\0\0", 4));
+        QCOMPARE(ops[4].type, DWORD(REG_BINARY));
+        QCOMPARE(ops[4].data, QByteArray("\x01\x02\x03"));
+        QCOMPARE(ops[4].line, 7);
+        QCOMPARE(ops[5].type, DWORD(REG_EXPAND_SZ));
+        QCOMPARE(ops[5].data, Sz(QStringLiteral("A")));
+        QCOMPARE(ops[6].kind, RegFile::Operation::DeleteValue);
+        QCOMPARE(ops[6].name, QStringLiteral("gone"));
+        QCOMPARE(ops[7].kind, RegFile::Operation::DeleteKey);
+        QCOMPARE(ops[7].key, QStringLiteral("HKEY_LOCAL_MACHINE\\B"));
+        QCOMPARE(ops[7].line, 11);
+    }
+
+    void regedit4KeepsStringsOfHexDataIn8Bits()
+    {
+        RegFile file;
+        QVERIFY(file.Parse(
+            "REGEDIT4\r\n[HKEY_CURRENT_USER\\A]\r\n\"e\"=hex(2):41,fc,00\r\n\"m\"=hex(7):61,00,00\r\n"));
+        QCOMPARE(file.GetFormat(), RegFile::Regedit4);
+        QCOMPARE(file.Operations().at(1).data, Sz(QStringLiteral("A\u00fc")));
+        QCOMPARE(file.Operations().at(2).data, Utf16(QStringLiteral("a")) + QByteArray(4, '\0'));
+    }
+
+    void badLinesAreReportedWithTheirNumber_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<int>("line");
+        QTest::addColumn<QString>("error");
+        const QByteArray head = "Windows Registry Editor Version 5.00\n\n[HKCU\\A]\n";
+        QTest::newRow("missing_header")
+            << QByteArray("\n[HKCU\\A]\n") << 2
+            << QStringLiteral("expected \"Windows Registry Editor Version 5.00\" or \"REGEDIT4\"");
+        QTest::newRow("bad_dword") << head + "\"a\"=dword:12345678Z\n"
+                                   << 4 << QStringLiteral("unknown data: dword:12345678Z");
+        QTest::newRow("dword_too_long") << head + "\"a\"=dword:123456789\n"
+                                        << 4 << QStringLiteral("unknown data: dword:123456789");
+        QTest::newRow("bad_hex_byte") << head + "\"a\"=hex:01,2g3\n"
+                                      << 4 << QStringLiteral("\"2g3\" is not a hex byte");
+        QTest::newRow("bad_hex_in_continuation") << head + "\"a\"=hex:01,\\\n  zz\n"
+                                                 << 4 << QStringLiteral("\"zz\" is not a hex byte");
+        QTest::newRow("unknown_root") << QByteArray("REGEDIT4\n[HKEY_NOWHERE\\A]\n") << 2
+                                      << QStringLiteral("unknown root key: HKEY_NOWHERE\\A");
+        QTest::newRow("unclosed_key") << head + "[HKCU\\B\n"
+                                      << 4 << QStringLiteral("a key line must end with \"]\"");
+        QTest::newRow("value_before_key")
+            << QByteArray("REGEDIT4\n\"a\"=\"b\"\n") << 2 << QStringLiteral("a value must follow a key");
+        QTest::newRow("value_under_deleted_key") << head + "[-HKCU\\A]\n\"a\"=\"b\"\n"
+                                                 << 5 << QStringLiteral("a value must follow a key");
+        QTest::newRow("unclosed_string") << head + "\"a\"=\"b\n"
+                                         << 4 << QStringLiteral("malformed string data: \"b");
+        QTest::newRow("unclosed_name") << head + "\"a=\"b\"\n"
+                                       << 4 << QStringLiteral("\"=\" expected after the value name");
+        QTest::newRow("garbage") << head + "\n\nhello\n"
+                                 << 6 << QStringLiteral("neither a key nor a value: hello");
+        QTest::newRow("root_deletion") << head + "[-HKLM]\n"
+                                       << 4 << QStringLiteral("a root key cannot be deleted: HKLM");
+    }
+
+    void badLinesAreReportedWithTheirNumber()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(int, line);
+        QFETCH(QString, error);
+        RegFile file;
+        QVERIFY(!file.Parse(content));
+        QCOMPARE(file.ErrorLine(), line);
+        QCOMPARE(file.ErrorText(), error);
+        QCOMPARE(file.Operations().size(), 0);
+    }
+
+    void aBadLineImportsNothing()
+    {
+        const QByteArray content = "Windows Registry Editor Version 5.00\r\n\r\n"
+                                   "[HKEY_CURRENT_USER\\SOFTWARE\\Velkor&Amsel\\Zent\\Partial]\r\n"
+                                   "\"ok\"=\"yes\"\r\n"
+                                   "\"n\"=dword:00000001\r\n\r\n"
+                                   "\"broken\"=dword:xyz\r\n";
+        const QString path = WriteTemp(QStringLiteral("bad.reg"), content);
+        const Run run = Zentreg({QStringLiteral("import"), path});
+        QCOMPARE(run.exitCode, 1);
+        QCOMPARE(run.errors, QStringLiteral("zentreg: %1: line 7: unknown data: dword:xyz").arg(path));
+        QCOMPARE(KeyState(Base + QStringLiteral("Partial")), ERROR_FILE_NOT_FOUND);
+        QCOMPARE(KeyState(QStringLiteral("SOFTWARE")), ERROR_FILE_NOT_FOUND);
+    }
+
+    void version5RoundTripGivesTheSameFile()
+    {
+        const QString source = DataFile(QStringLiteral("alltypes.reg"));
+        QCOMPARE(Zentreg({QStringLiteral("import"), source}).exitCode, 0);
+        DWORD type = 0;
+        QCOMPARE(Value(Base + QStringLiteral("RoundTrip"), QStringLiteral("String"), &type),
+                 Sz(QStringLiteral("Grüße aus Köln")));
+        QCOMPARE(type, DWORD(REG_SZ));
+        QCOMPARE(Value(Base + QStringLiteral("RoundTrip"), QStringLiteral("Negative"), &type),
+                 QByteArray("\xaf\xaf\xaf\xaf"));
+        QCOMPARE(type, DWORD(REG_DWORD));
+        QCOMPARE(Value(Base + QStringLiteral("RoundTrip"), QStringLiteral("Qword"), &type),
+                 QByteArray("\x01\x02\x03\x04\x05\x06\x07\x08"));
+        QCOMPARE(type, DWORD(REG_QWORD));
+        const QString exported = m_dir->filePath(QStringLiteral("out.reg"));
+        const Run run =
+            Zentreg({QStringLiteral("export"),
+                     QStringLiteral("HKEY_CURRENT_USER\\SOFTWARE\\Velkor&Amsel\\Zent\\RoundTrip"), exported});
+        QCOMPARE(run.errors, QString());
+        QCOMPARE(run.exitCode, 0);
+        const QByteArray out = ReadFile(exported);
+        QVERIFY(out.startsWith("\xff\xfe"));
+        QCOMPARE(NormalisedText(out), NormalisedText(ReadFile(source)));
+    }
+
+    void regedit4RoundTripGivesTheSameFile()
+    {
+        const QString source = DataFile(QStringLiteral("regedit4.reg"));
+        QCOMPARE(Zentreg({QStringLiteral("import"), source}).exitCode, 0);
+        QCOMPARE(Value(Base + QStringLiteral("Old"), QStringLiteral("Text")), Sz(QStringLiteral("Müller")));
+        QCOMPARE(Value(Base + QStringLiteral("Old"), QStringLiteral("Path")),
+                 Sz(QStringLiteral("%TEMP%\\zent")));
+        const QString exported = m_dir->filePath(QStringLiteral("out4.reg"));
+        QCOMPARE(Zentreg({QStringLiteral("export"), QStringLiteral("--regedit4"),
+                          QStringLiteral("HKCU\\SOFTWARE\\Velkor&Amsel\\Zent\\Old"), exported})
+                     .exitCode,
+                 0);
+        QCOMPARE(NormalisedText(ReadFile(exported)), NormalisedText(ReadFile(source)));
+    }
+
+    void realWorldShapesImport()
+    {
+        QCOMPARE(Zentreg({QStringLiteral("import"), DataFile(QStringLiteral("realworld.reg"))}).exitCode, 0);
+        const QString werk = Base + QStringLiteral("Werk");
+        QCOMPARE(Value(werk, QStringLiteral("GRÖSSE")), QByteArray("error 2"));
+        QCOMPARE(Value(werk, QStringLiteral("größe")), Sz(QStringLiteral("Übermaß")));
+        QCOMPARE(Value(werk, QStringLiteral("Leer")), Sz(QString()));
+        QCOMPARE(Value(werk, QStringLiteral("Obsolete")), QByteArray("error 2"));
+        QStringList levels;
+        for (int i = 0; i < 12; ++i)
+            levels << QStringLiteral("Ebene%1_mit_einem_recht_langen_Namen").arg(i, 2, 10, QLatin1Char('0'));
+        QCOMPARE(Value(werk + QLatin1Char('\\') + levels.join(QLatin1Char('\\')), QStringLiteral("Tief")),
+                 QByteArray("\x07\0\0\0", 4));
+        QCOMPARE(KeyState(werk + QStringLiteral("\\Veraltet")), ERROR_FILE_NOT_FOUND);
+        QCOMPARE(Value(werk + QStringLiteral("\\STRASSE"), QString()), QByteArray("error 2"));
+        QCOMPARE(Value(werk + QStringLiteral("\\Straße"), QString()), Sz(QString()));
+        QCOMPARE(Value(werk + QStringLiteral("\\Straße"), QStringLiteral("Liste")),
+                 Sz(QStringLiteral("a")) + Sz(QStringLiteral("b")) + QByteArray(2, '\0'));
+    }
+
+    void utf8TextIsReadToo()
+    {
+        const QString path = WriteTemp(QStringLiteral("utf8.reg"),
+                                       QStringLiteral("\ufeffWindows Registry Editor Version 5.00\n\n"
+                                                      "[HKEY_CURRENT_USER\\Ümlaut]\n\"ä\"=\"ö\"\n")
+                                           .toUtf8());
+        QCOMPARE(Zentreg({QStringLiteral("import"), path}).exitCode, 0);
+        QCOMPARE(Value(QStringLiteral("ümlaut"), QStringLiteral("Ä")), Sz(QStringLiteral("ö")));
+    }
+
+    void exportingAMissingKeyFails()
+    {
+        const Run run = Zentreg({QStringLiteral("export"), QStringLiteral("HKCU\\Nothing"),
+                                 m_dir->filePath(QStringLiteral("x.reg"))});
+        QCOMPARE(run.exitCode, 1);
+        QCOMPARE(run.errors, QStringLiteral("zentreg: cannot open HKCU\\Nothing (error 2)"));
+    }
+
+    void wrongArgumentsShowTheUsage()
+    {
+        const Run run = Zentreg({QStringLiteral("frobnicate")});
+        QCOMPARE(run.exitCode, 2);
+        QCOMPARE(run.errors, QStringLiteral("usage: zentreg import FILE.reg\n"
+                                            "       zentreg export [--regedit4] KEY FILE.reg"));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_ZentReg)
+#include "tst_zentreg.moc"
