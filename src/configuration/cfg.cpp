@@ -156,7 +156,7 @@ bool Cfg::HasInteger(const QString& name, View view)
 
 bool Cfg::HasBoolean(const QString& name, View view)
 {
-    return GetBoolean(name, true, view) != GetBoolean(name, false, view);
+    return GetBoolean(name, true, view) == GetBoolean(name, false, view);
 }
 
 void Cfg::SaveDocument()
