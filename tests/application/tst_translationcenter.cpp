@@ -12,11 +12,13 @@
 #include <QFile>
 #include <QHash>
 #include <QLibraryInfo>
+#include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTranslator>
 
+#include <cstdio>
 #include <memory>
 
 /// Reads the centre's private state for exact comparisons.
@@ -202,6 +204,7 @@ private slots:
     void translateHonoursDisambiguation();
     void translateReturnsNonAsciiTextUnchanged();
     void translateWithoutTranslationReturnsSource();
+    void translateWithoutApplicationGivesEmptyText();
     void aboutToTerminateUnloadsButKeepsRegistrations();
     void loadAssertsThatNoTranslatorIsLeftOver();
     void configurationValuesComeFromAppThenAdmin_data();
@@ -716,5 +719,43 @@ void TestTranslationCenter::terminationCentreUnloadsTranslators()
     QCOMPARE(Access::HasTranslator(QStringLiteral("KVBase")), false);
 }
 
-QTEST_MAIN(TestTranslationCenter)
+namespace {
+
+const char* const WITHOUT_APPLICATION = "--translate-without-application";
+
+/// Helper mode: translates before any Qt application object exists and
+/// prints the results, separated by "|", in UTF-8.
+int translateWithoutApplication()
+{
+    TranslationCenter& center = TranslationCenter::Instance();
+    const QString ascii = center.translate("KVBase", QStringLiteral("Continue"), nullptr);
+    const QString nonAscii = center.translate("KVBase", QStringLiteral("Größe"), nullptr);
+    const QByteArray output = (ascii + QLatin1Char('|') + nonAscii).toUtf8();
+    return std::fwrite(output.constData(), 1, output.size(), stdout) == size_t(output.size()) ? 0 : 1;
+}
+
+} // namespace
+
+void TestTranslationCenter::translateWithoutApplicationGivesEmptyText()
+{
+    QProcess helper;
+    helper.start(QCoreApplication::applicationFilePath(), {QLatin1String(WITHOUT_APPLICATION)});
+    QVERIFY(helper.waitForFinished(30000));
+    QCOMPARE(helper.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(helper.exitCode(), 0);
+    QCOMPARE(QString::fromUtf8(helper.readAllStandardOutput()), QStringLiteral("|Größe"));
+}
+
+// The centre needs no widgets: a core application keeps the test free of any
+// window system, and the helper mode runs before any application exists.
+int main(int argc, char** argv)
+{
+    if (argc == 2 && qstrcmp(argv[1], WITHOUT_APPLICATION) == 0)
+        return translateWithoutApplication();
+    QCoreApplication app(argc, argv);
+    TestTranslationCenter test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_translationcenter.moc"
