@@ -6,6 +6,7 @@
 #include <QThread>
 
 #include <atomic>
+#include <cstdlib>
 #include <memory>
 
 namespace {
@@ -51,6 +52,11 @@ bool ZentOS::IsAppThread() const
         return mainThread == GetCurrentThreadId();
     const QCoreApplication* app = QCoreApplication::instance();
     return app && QThread::currentThread() == app->thread();
+}
+
+void ZentOS::ExitProcess(int exitCode)
+{
+    std::_Exit(exitCode);
 }
 
 QIcon ZentOS::GetIcon(int number) const

@@ -90,6 +90,10 @@ public:
     /// terminal, otherwise opened with the desktop's viewer.
     virtual bool DisplayTextFile(const QString& fileName);
 
+    /// Ends the process at once with `exitCode`: no destructors, no exit
+    /// handlers, no event loop. For failures after which nothing may run.
+    virtual void ExitProcess(int exitCode);
+
     /// The product icon with this number; a null icon when unknown.
     virtual QIcon GetIcon(int number) const;
 
