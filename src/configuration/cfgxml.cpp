@@ -1121,7 +1121,9 @@ void CfgXml::GraftBack(std::list<DetachedView>& views)
 QByteArray CfgXml::GetCfgAsStringFromApp(const QString& appKey)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
-    QDomDocument exchange = *NewDocument();
+    QDomDocument exchange;
+    exchange.appendChild(exchange.createProcessingInstruction(
+        QStringLiteral("xml"), QStringLiteral("version=\"1.0\" encoding=\"utf-8\"")));
     QDomElement exchangeRoot = exchange.createElement(ROOT_TAG);
     exchangeRoot.setAttribute(VERSION_TAG, GetVersion());
     exchange.appendChild(exchangeRoot);

@@ -16,12 +16,14 @@ DomLookup::ChildIndex* DomLookup::IndexOf(const QDomNode& parent)
     auto it = m_children.find(key);
     if (it != m_children.end())
         return &it.value();
-    const QDomNodeList children = parent.childNodes();
-    if (children.count() < INDEX_THRESHOLD)
+    int count = 0;
+    for (QDomNode child = parent.firstChild(); !child.isNull() && count < INDEX_THRESHOLD;
+         child = child.nextSibling())
+        ++count;
+    if (count < INDEX_THRESHOLD)
         return nullptr;
     ChildIndex index;
     index.parent = parent;
-    index.firstByName.reserve(children.count());
     for (QDomNode child = parent.firstChild(); !child.isNull(); child = child.nextSibling()) {
         const QString name = child.nodeName();
         if (!index.firstByName.contains(name))
