@@ -19,6 +19,10 @@
 // directory, HKEY_LOCAL_MACHINE in a machine-wide data directory; the
 // environment variable ZENT_REGISTRY_DIR, when set, holds both.
 
+#ifdef _WIN32
+#include <windows.h>
+#else
+
 #include "zentappstartup_export.h"
 
 #include <cstdint>
@@ -135,5 +139,7 @@ ZENTAPPSTARTUP_EXPORT LONG RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD l
                                             LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime);
 ZENTAPPSTARTUP_EXPORT LONG RegCloseKey(HKEY hKey);
 }
+
+#endif // _WIN32
 
 #endif
