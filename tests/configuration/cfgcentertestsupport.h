@@ -1,0 +1,187 @@
+#ifndef TESTS_CONFIGURATION_CFGCENTERTESTSUPPORT_H
+#define TESTS_CONFIGURATION_CFGCENTERTESTSUPPORT_H
+
+#include "common/recordingwriter.h"
+#include "kvbase/errorhandler.h"
+#include "kvbase/zentos.h"
+
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QPair>
+#include <QStringList>
+
+#include <utility>
+#include <vector>
+
+/// Captures every trace line while it lives, as "<source> <text>" (the line
+/// number dropped, since it moves with the code), and puts the default mask
+/// back afterwards.
+class TraceLog
+{
+public:
+    explicit TraceLog(unsigned mask = ErrorHandler::DEFAULT_MESSAGE_MASK)
+    {
+        ErrorHandler::Instance().ResetMessageMask(mask);
+        ErrorHandler::Instance().SetLogTracer(new RecordingWriter(&m_lines));
+    }
+    ~TraceLog()
+    {
+        ErrorHandler::Instance().SetLogTracer(nullptr);
+        ErrorHandler::Instance().ResetMessageMask();
+    }
+    TraceLog(const TraceLog&) = delete;
+    TraceLog& operator=(const TraceLog&) = delete;
+
+    /// Every line, without its line number.
+    QStringList Lines() const
+    {
+        QStringList lines;
+        for (const QString& line : m_lines) {
+            const int space = line.indexOf(QLatin1Char(' '));
+            const int colon = line.lastIndexOf(QLatin1Char(':'), space);
+            lines.append(line.left(colon) + line.mid(space));
+        }
+        return lines;
+    }
+    /// The texts of the lines whose source is `source`.
+    QStringList Texts(const QString& source) const
+    {
+        QStringList texts;
+        const QString prefix = source + QLatin1Char(' ');
+        for (const QString& line : Lines()) {
+            if (line.startsWith(prefix))
+                texts.append(line.mid(prefix.size()));
+        }
+        return texts;
+    }
+    /// The lines of the given sources, in order.
+    QStringList LinesOf(const QStringList& sources) const
+    {
+        QStringList selected;
+        for (const QString& line : Lines()) {
+            if (sources.contains(line.left(line.indexOf(QLatin1Char(' ')))))
+                selected.append(line);
+        }
+        return selected;
+    }
+    void Clear() { m_lines.clear(); }
+
+private:
+    QStringList m_lines;
+};
+
+/// Records what reaches the user: messages through the presenter and
+/// questions through the message dialog, which answers `continueAnswer`.
+/// Without a dialog (`withDialog` false) the process has none, as a service.
+class UserChannel
+{
+public:
+    explicit UserChannel(bool withDialog = true, bool continueAnswer = true)
+    {
+        ErrorHandler::Instance().SetMessagePresenter(
+            [this](ErrorHandler::MessageKind kind, const QString& text) {
+                messages.append({kind, text});
+            });
+        if (withDialog) {
+            ErrorHandler::Instance().SetMessageDialog([this, continueAnswer](const QString& text) {
+                questions.append(text);
+                return continueAnswer;
+            });
+        }
+    }
+    ~UserChannel()
+    {
+        ErrorHandler::Instance().SetMessagePresenter({});
+        ErrorHandler::Instance().SetMessageDialog({});
+    }
+    UserChannel(const UserChannel&) = delete;
+    UserChannel& operator=(const UserChannel&) = delete;
+
+    QList<QPair<ErrorHandler::MessageKind, QString>> messages;
+    QStringList questions;
+};
+
+/// Sets environment variables (or unsets them for a null value) and restores them.
+class ScopedEnvironment
+{
+public:
+    ScopedEnvironment() = default;
+    ~ScopedEnvironment()
+    {
+        for (auto it = m_saved.rbegin(); it != m_saved.rend(); ++it) {
+            if (it->second.isNull())
+                qunsetenv(it->first.constData());
+            else
+                qputenv(it->first.constData(), it->second);
+        }
+    }
+    ScopedEnvironment(const ScopedEnvironment&) = delete;
+    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+
+    void Set(const char* name, const QByteArray& value)
+    {
+        m_saved.emplace_back(name, qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
+        if (value.isNull())
+            qunsetenv(name);
+        else
+            qputenv(name, value);
+    }
+
+private:
+    std::vector<std::pair<QByteArray, QByteArray>> m_saved;
+};
+
+/// Makes `path` the working directory while it lives.
+class ScopedCurrentDir
+{
+public:
+    explicit ScopedCurrentDir(const QString& path) : m_sPrevious(QDir::currentPath())
+    {
+        QDir::setCurrent(path);
+    }
+    ~ScopedCurrentDir() { QDir::setCurrent(m_sPrevious); }
+    ScopedCurrentDir(const ScopedCurrentDir&) = delete;
+    ScopedCurrentDir& operator=(const ScopedCurrentDir&) = delete;
+
+private:
+    QString m_sPrevious;
+};
+
+/// A system whose local addresses the test chooses; everything else is the real one.
+class AddressZentOS : public ZentOS
+{
+public:
+    explicit AddressZentOS(QStringList addresses) : m_addresses(std::move(addresses))
+    {
+        ZentOS::SetInstance(this);
+    }
+    ~AddressZentOS() override { ZentOS::SetInstance(nullptr); }
+
+    QString GetLocalAddress(int index) const override
+    {
+        ++addressQueries;
+        return index < m_addresses.size() ? m_addresses.at(index) : QString();
+    }
+
+    mutable int addressQueries = 0;
+
+private:
+    QStringList m_addresses;
+};
+
+inline bool WriteTextFile(const QString& path, const QByteArray& content)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        return false;
+    return file.write(content) == content.size();
+}
+
+inline QByteArray ReadTextFile(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+#endif
