@@ -206,7 +206,8 @@ struct ParseResult
 };
 
 // Nesting that deep only comes from damaged or hostile files, and the DOM
-// handles it with recursion.
+// handles it with recursion. The stream reader walks the bytes without
+// building anything.
 ParseResult CheckNesting(const QByteArray& bytes)
 {
     ParseResult result;
@@ -222,6 +223,15 @@ ParseResult CheckNesting(const QByteArray& bytes)
         }
         if (token == QXmlStreamReader::EndElement)
             --depth;
+        // Configuration documents need no entities; declared ones can expand
+        // into arbitrarily deep or large content.
+        if (token == QXmlStreamReader::DTD &&
+            (!reader.entityDeclarations().isEmpty() || reader.text().contains(QLatin1String("<!ENTITY")))) {
+            result.message = QStringLiteral("entity declarations are not allowed");
+            result.line = int(reader.lineNumber());
+            result.column = int(reader.columnNumber());
+            return result;
+        }
     }
     result.ok = true;
     return result;
@@ -234,14 +244,15 @@ ParseResult Parse(QDomDocument& document, const QByteArray& bytes)
         result.message = QStringLiteral("file too large");
         return result;
     }
-    result.ok = document.setContent(bytes, &result.message, &result.line, &result.column);
-    if (result.ok) {
+    // The DOM builds and frees its tree recursively, so depth is checked
+    // before it sees the bytes; the exact check runs only where the quick
+    // scan cannot vouch for the document.
+    if (!CfgXmlFile::IsShallow(bytes, MAX_NESTING)) {
         const ParseResult nesting = CheckNesting(bytes);
-        if (!nesting.ok) {
-            document.clear();
+        if (!nesting.ok)
             return nesting;
-        }
     }
+    result.ok = document.setContent(bytes, &result.message, &result.line, &result.column);
     return result;
 }
 

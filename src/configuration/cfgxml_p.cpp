@@ -241,6 +241,89 @@ bool CfgXmlFile::RestoreFromBackup(const QString& fileName)
     return restored;
 }
 
+namespace {
+
+// Only encodings in which '<', '>', quotes and '/' are the ASCII bytes.
+bool HasAsciiCompatibleDeclaration(const QByteArray& bytes, int start)
+{
+    if (!bytes.mid(start, 5).startsWith("<?xml"))
+        return true;
+    const int end = bytes.indexOf("?>", start);
+    if (end < 0)
+        return false;
+    const QByteArray declaration = bytes.mid(start, end - start).toLower();
+    const int encoding = declaration.indexOf("encoding");
+    if (encoding < 0)
+        return true;
+    const QByteArray rest = declaration.mid(encoding + 8).replace(' ', "").replace('\'', '"');
+    return rest.startsWith("=\"utf-8\"") || rest.startsWith("=\"utf8\"") ||
+           rest.startsWith("=\"us-ascii\"") || rest.startsWith("=\"iso-8859-1\"");
+}
+
+// The end of the markup that starts at `from`; -1 when the data ends first.
+int SkipPast(const QByteArray& bytes, int from, const char* terminator)
+{
+    const int end = bytes.indexOf(terminator, from);
+    return end < 0 ? -1 : end + int(qstrlen(terminator));
+}
+
+// The position after the tag that starts at `from`, honouring quoted
+// attribute values; -1 when the data ends first. `selfClosing` tells "/>".
+int SkipTag(const QByteArray& bytes, int from, bool* selfClosing)
+{
+    char quote = 0;
+    for (int i = from; i < bytes.size(); ++i) {
+        const char c = bytes.at(i);
+        if (quote) {
+            if (c == quote)
+                quote = 0;
+        } else if (c == '"' || c == '\'') {
+            quote = c;
+        } else if (c == '>') {
+            *selfClosing = bytes.at(i - 1) == '/';
+            return i + 1;
+        }
+    }
+    return -1;
+}
+
+} // namespace
+
+bool CfgXmlFile::IsShallow(const QByteArray& bytes, int limit)
+{
+    const int start = bytes.startsWith("\xEF\xBB\xBF") ? 3 : 0;
+    if (bytes.left(4).contains('\0') || bytes.contains("<!DOCTYPE") ||
+        !HasAsciiCompatibleDeclaration(bytes, start))
+        return false;
+    int depth = 0;
+    int i = start;
+    while (i >= 0 && i < bytes.size()) {
+        i = bytes.indexOf('<', i);
+        if (i < 0)
+            break;
+        const char next = i + 1 < bytes.size() ? bytes.at(i + 1) : '\0';
+        if (bytes.mid(i, 4) == "<!--") {
+            i = SkipPast(bytes, i + 4, "-->");
+        } else if (bytes.mid(i, 9) == "<![CDATA[") {
+            i = SkipPast(bytes, i + 9, "]]>");
+        } else if (next == '?') {
+            i = SkipPast(bytes, i + 2, "?>");
+        } else if (next == '!') {
+            i = SkipPast(bytes, i + 2, ">");
+        } else if (next == '/') {
+            // Stray end tags must not hide depth that follows them.
+            depth = qMax(0, depth - 1);
+            i = SkipPast(bytes, i + 2, ">");
+        } else {
+            bool selfClosing = false;
+            i = SkipTag(bytes, i + 1, &selfClosing);
+            if (!selfClosing && ++depth > limit)
+                return false;
+        }
+    }
+    return true;
+}
+
 QByteArray CfgXmlFile::NormaliseLineEnds(const QByteArray& bytes)
 {
     QByteArray result;

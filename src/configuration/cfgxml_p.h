@@ -109,6 +109,11 @@ bool RestoreFromBackup(const QString& fileName);
 /// True when fileName + ".bak" exists and is not empty.
 bool HasUsableBackup(const QString& fileName);
 
+/// True when `bytes` certainly nest elements no deeper than `limit`. A quick
+/// scan of plain UTF-8 documents without a document type; false for anything
+/// it cannot vouch for (other encodings, document types, deeper nesting).
+bool IsShallow(const QByteArray& bytes, int limit);
+
 /// The line ends of usages 1 and 3: every LF gets a CR before it and runs
 /// of CR collapse to one.
 QByteArray NormaliseLineEnds(const QByteArray& bytes);

@@ -33,6 +33,11 @@ QByteArray Document(const QByteArray& views, const QByteArray& rootAttributes = 
     return "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Cfg" + rootAttributes + ">" + views + "</Cfg>\n";
 }
 
+QByteArray Utf16(const QString& text)
+{
+    return QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2);
+}
+
 QDomElement ParseElement(const QByteArray& bytes)
 {
     QDomDocument document;
@@ -1320,7 +1325,53 @@ private slots:
         QTest::newRow("deep_nesting")
             << QByteArray("<Cfg><System/><Domain/><Machine>") + QByteArray("<a>").repeated(5000) +
                    QByteArray("</a>").repeated(5000) + QByteArray("</Machine></Cfg>");
+        QTest::newRow("very_deep_nesting")
+            << QByteArray("<Cfg><System/><Domain/><Machine>") + QByteArray("<a x='>'>").repeated(200000) +
+                   QByteArray("</a>").repeated(200000) + QByteArray("</Machine></Cfg>");
+        QTest::newRow("deep_nesting_behind_stray_end_tags")
+            << QByteArray("<Cfg>") + QByteArray("</x>").repeated(300000) + QByteArray("<a>").repeated(200000);
+        QTest::newRow("deep_nesting_in_utf16")
+            << QByteArray("\xff\xfe", 2) +
+                   Utf16(QStringLiteral("<Cfg>") + QStringLiteral("<a>").repeated(200000));
+        QTest::newRow("deep_nesting_through_entities")
+            << QByteArray("<!DOCTYPE Cfg [<!ENTITY x \"") + QByteArray("<a>").repeated(100000) +
+                   QByteArray("</a>").repeated(100000) + QByteArray("\">]><Cfg>&x;</Cfg>");
         QTest::newRow("empty") << QByteArray();
+    }
+
+    void entityDeclarationsAreRejected()
+    {
+        const QByteArray bytes =
+            "<!DOCTYPE Cfg [<!ENTITY x \"v\">]>\n<Cfg><System/><Domain/><Machine/></Cfg>";
+        Write(Path(QStringLiteral("Cfg.xml")), bytes);
+        OpenCfgXml cfg(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App"), ICfg::VIEW_Machine);
+        CompareException(
+            [&] { cfg.OpenDocument(false); },
+            QStringLiteral("Parse error in file %1: entity declarations are not allowed at line 1 in "
+                           "column 32. And no valid backup file found.\n\nTALVO terminates!")
+                .arg(Path(QStringLiteral("Cfg.xml"))),
+            QStringLiteral("OpenDocument"));
+    }
+
+    void deepNestingIsAParseError()
+    {
+        const QByteArray bytes =
+            "<Cfg>" + QByteArray("<a>").repeated(1000) + QByteArray("</a>").repeated(1000) + "</Cfg>";
+        Write(Path(QStringLiteral("Cfg.xml")), bytes);
+        OpenCfgXml cfg(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App"), ICfg::VIEW_Machine);
+        CompareException(
+            [&] { cfg.OpenDocument(false); },
+            QStringLiteral("Parse error in file %1: elements nested too deeply at line 1 in column "
+                           "3005. And no valid backup file found.\n\nTALVO terminates!")
+                .arg(Path(QStringLiteral("Cfg.xml"))),
+            QStringLiteral("OpenDocument"));
+        Write(Path(QStringLiteral("Cfg.xml")),
+              Document("<System/><Domain/><Machine>" + QByteArray("<a>").repeated(990) + "<V>deep</V>" +
+                       QByteArray("</a>").repeated(990) + "</Machine>"));
+        cfg.OpenDocument(false);
+        QCOMPARE(cfg.HasSubCfg(QStringLiteral("a")), false);
+        QCOMPARE(cfg.GetString(QStringLiteral("V"), QStringLiteral("d"), ICfg::VIEW_Machine),
+                 QStringLiteral("d"));
     }
 
     void garbageNeverCrashes()
@@ -1337,7 +1388,7 @@ private slots:
                     e.GetMessage().endsWith(QStringLiteral(" is invalid. Element Cfg not found.")));
         }
         if (opened)
-            QVERIFY(cfg.GetString(QStringLiteral("A"), QString()).size() <= 10000000);
+            QCOMPARE(cfg.GetString(QStringLiteral("A"), QStringLiteral("none")), QStringLiteral("none"));
         QCOMPARE(Read(Path(QStringLiteral("Cfg.xml"))), bytes);
     }
 };
