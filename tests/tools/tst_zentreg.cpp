@@ -1,6 +1,7 @@
 #include "regfile.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -241,6 +242,49 @@ private slots:
         QCOMPARE(run.errors, QStringLiteral("zentreg: %1: line 7: unknown data: dword:xyz").arg(path));
         QCOMPARE(KeyState(Base + QStringLiteral("Partial")), ERROR_FILE_NOT_FOUND);
         QCOMPARE(KeyState(QStringLiteral("SOFTWARE")), ERROR_FILE_NOT_FOUND);
+    }
+
+    void aRefusedStepUndoesTheStepsBeforeIt()
+    {
+        // The machine hive cannot be opened: its file name is taken by a directory.
+        QVERIFY(QDir().mkpath(m_dir->filePath(QStringLiteral("registry/HKEY_LOCAL_MACHINE.db"))));
+        HKEY keep = nullptr;
+        QCOMPARE(RegCreateKeyW(HKEY_CURRENT_USER, W(Base + QStringLiteral("Keep")), &keep), ERROR_SUCCESS);
+        RegSetValueExW(keep, W(QStringLiteral("v")), 0, REG_SZ,
+                       reinterpret_cast<const BYTE*>(Sz(QStringLiteral("old")).constData()), 8);
+        RegSetValueExW(keep, W(QStringLiteral("w")), 0, REG_DWORD,
+                       reinterpret_cast<const BYTE*>("\x01\0\0\0"), 4);
+        RegCloseKey(keep);
+        HKEY child = nullptr;
+        QCOMPARE(RegCreateKeyW(HKEY_CURRENT_USER, W(Base + QStringLiteral("Doomed\\Child")), &child),
+                 ERROR_SUCCESS);
+        RegSetValueExW(child, W(QStringLiteral("b")), 0, REG_DWORD,
+                       reinterpret_cast<const BYTE*>("\x02\0\0\0"), 4);
+        RegCloseKey(child);
+        const QByteArray content = "Windows Registry Editor Version 5.00\r\n\r\n"
+                                   "[HKEY_CURRENT_USER\\SOFTWARE\\Velkor&Amsel\\Zent\\Keep]\r\n"
+                                   "\"v\"=\"new\"\r\n"
+                                   "\"w\"=-\r\n"
+                                   "\"added\"=\"x\"\r\n\r\n"
+                                   "[-HKEY_CURRENT_USER\\SOFTWARE\\Velkor&Amsel\\Zent\\Doomed]\r\n\r\n"
+                                   "[HKEY_CURRENT_USER\\SOFTWARE\\Velkor&Amsel\\Zent\\Fresh\\Deep]\r\n"
+                                   "\"f\"=\"1\"\r\n\r\n"
+                                   "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Zent]\r\n"
+                                   "\"m\"=\"1\"\r\n";
+        const QString path = WriteTemp(QStringLiteral("partly.reg"), content);
+        const Run run = Zentreg({QStringLiteral("import"), path});
+        QCOMPARE(run.exitCode, 1);
+        QCOMPARE(
+            run.errors,
+            QStringLiteral(
+                "zentreg: %1: line 13: the registry refused HKEY_LOCAL_MACHINE\\SOFTWARE\\Zent (error 5)")
+                .arg(path));
+        QCOMPARE(Value(Base + QStringLiteral("Keep"), QStringLiteral("v")), Sz(QStringLiteral("old")));
+        QCOMPARE(Value(Base + QStringLiteral("Keep"), QStringLiteral("w")), QByteArray("\x01\0\0\0", 4));
+        QCOMPARE(Value(Base + QStringLiteral("Keep"), QStringLiteral("added")), QByteArray("error 2"));
+        QCOMPARE(Value(Base + QStringLiteral("Doomed\\Child"), QStringLiteral("b")),
+                 QByteArray("\x02\0\0\0", 4));
+        QCOMPARE(KeyState(Base + QStringLiteral("Fresh")), ERROR_FILE_NOT_FOUND);
     }
 
     void version5RoundTripGivesTheSameFile()

@@ -1,5 +1,7 @@
 #include "regfile.h"
 
+#include "regundolog.h"
+
 #include <QRegularExpression>
 #include <QStringList>
 #include <QTextCodec>
@@ -177,51 +179,36 @@ LONG ExportKey(HKEY key, const QString& path, RegFile::Format format, QString* t
     }
 }
 
-/// Deletes a key with everything below it; a missing key is no error, as in the registry editor.
-LONG DeleteTree(HKEY root, const QString& subKey)
-{
-    HKEY key = nullptr;
-    LONG result = RegOpenKeyExW(root, reinterpret_cast<LPCWSTR>(subKey.utf16()), 0, KEY_ALL_ACCESS, &key);
-    if (result == ERROR_FILE_NOT_FOUND)
-        return ERROR_SUCCESS;
-    if (result != ERROR_SUCCESS)
-        return result;
-    for (;;) {
-        WCHAR name[256];
-        DWORD length = 256;
-        result = RegEnumKeyExW(key, 0, name, &length, nullptr, nullptr, nullptr, nullptr);
-        if (result != ERROR_SUCCESS)
-            break;
-        result = DeleteTree(key, QString::fromUtf16(name, static_cast<int>(length)));
-        if (result != ERROR_SUCCESS)
-            break;
-    }
-    RegCloseKey(key);
-    if (result != ERROR_NO_MORE_ITEMS)
-        return result;
-    return RegDeleteKeyW(root, reinterpret_cast<LPCWSTR>(subKey.utf16()));
-}
-
-LONG ApplyOne(const RegFile::Operation& op)
+/// Applies one step after recording in `undo` what it is about to change.
+LONG ApplyOne(const RegFile::Operation& op, RegUndoLog* undo)
 {
     QString subKey;
     const HKEY root = RegFile::SplitRoot(op.key, &subKey);
     const auto wide = [](const QString& text) { return reinterpret_cast<LPCWSTR>(text.utf16()); };
-    if (op.kind == RegFile::Operation::DeleteKey)
-        return DeleteTree(root, subKey);
+    if (op.kind == RegFile::Operation::DeleteKey) {
+        // A missing key is no error, as in the registry editor.
+        undo->RecordKeyDeletion(root, subKey);
+        return RegUndoLog::DeleteTree(root, subKey);
+    }
     HKEY key = nullptr;
-    LONG result = op.kind == RegFile::Operation::DeleteValue
-                      ? RegOpenKeyExW(root, wide(subKey), 0, KEY_WRITE, &key)
-                      : RegCreateKeyW(root, wide(subKey), &key);
-    if (op.kind == RegFile::Operation::DeleteValue && result == ERROR_FILE_NOT_FOUND)
-        return ERROR_SUCCESS;
+    LONG result = ERROR_SUCCESS;
+    if (op.kind == RegFile::Operation::DeleteValue) {
+        result = RegOpenKeyExW(root, wide(subKey), 0, KEY_WRITE, &key);
+        if (result == ERROR_FILE_NOT_FOUND)
+            return ERROR_SUCCESS;
+    } else {
+        undo->RecordKeyCreation(root, subKey);
+        result = RegCreateKeyW(root, wide(subKey), &key);
+    }
     if (result != ERROR_SUCCESS)
         return result;
-    if (op.kind == RegFile::Operation::SetValue)
+    if (op.kind == RegFile::Operation::SetValue) {
+        undo->RecordValue(root, subKey, op.name);
         result =
             RegSetValueExW(key, wide(op.name), 0, op.type, reinterpret_cast<const BYTE*>(op.data.constData()),
                            static_cast<DWORD>(op.data.size()));
-    else if (op.kind == RegFile::Operation::DeleteValue) {
+    } else if (op.kind == RegFile::Operation::DeleteValue) {
+        undo->RecordValue(root, subKey, op.name);
         result = RegDeleteValueW(key, wide(op.name));
         if (result == ERROR_FILE_NOT_FOUND)
             result = ERROR_SUCCESS;
@@ -406,13 +393,17 @@ bool RegFile::ParseHex(const QString& text, Operation* op)
 
 QString RegFile::Apply() const
 {
+    RegUndoLog undo;
     for (const Operation& op : m_operations) {
-        const LONG result = ApplyOne(op);
-        if (result != ERROR_SUCCESS)
+        const LONG result = ApplyOne(op, &undo);
+        if (result != ERROR_SUCCESS) {
+            // All or nothing: what the file changed before this step is put back.
+            undo.Rollback();
             return QStringLiteral("line %1: the registry refused %2 (error %3)")
                 .arg(op.line)
                 .arg(op.key)
                 .arg(result);
+        }
     }
     return QString();
 }

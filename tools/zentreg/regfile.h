@@ -12,7 +12,8 @@
 /// order mark) and the older "REGEDIT4" (8-bit text).
 ///
 /// A file is parsed completely before anything is applied, so a file with a
-/// bad line changes nothing.
+/// bad line changes nothing; a step the registry refuses undoes the steps
+/// before it.
 class RegFile
 {
 public:
@@ -48,7 +49,8 @@ public:
     int ErrorLine() const { return m_nErrorLine; }
     QString ErrorText() const { return m_sErrorText; }
 
-    /// Applies the parsed operations to the registry; an empty result means success.
+    /// Applies the parsed operations to the registry; an empty result means
+    /// success. When a step fails, the steps before it are undone.
     QString Apply() const;
 
     /// Writes `key` and everything below it as a complete file in `format`,
