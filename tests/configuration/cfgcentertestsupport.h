@@ -1,7 +1,10 @@
 #ifndef TESTS_CONFIGURATION_CFGCENTERTESTSUPPORT_H
 #define TESTS_CONFIGURATION_CFGCENTERTESTSUPPORT_H
 
+#include "cfgcenterlifecycletestaccess.h"
 #include "common/recordingwriter.h"
+#include "configuration/cfgcenter.h"
+#include "configuration/cfgifdlldescriptor.h"
 #include "kvbase/errorhandler.h"
 #include "kvbase/zentos.h"
 
@@ -10,7 +13,9 @@
 #include <QFile>
 #include <QPair>
 #include <QStringList>
+#include <QTemporaryDir>
 
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -183,5 +188,65 @@ inline QByteArray ReadTextFile(const QString& path)
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
+
+/// What every test of a configuration centre needs: a temporary folder as
+/// working directory (where "cfgarg.xml" and side files go), the registry and
+/// the test service's document in it, the test service client as the client
+/// library, and a process with no centre afterwards.
+class CentreFixture
+{
+public:
+    /// False when the temporary folder could not be made.
+    bool Init()
+    {
+        m_pDir = std::make_unique<QTemporaryDir>();
+        if (!m_pDir->isValid())
+            return false;
+        m_pCurrentDir = std::make_unique<ScopedCurrentDir>(m_pDir->path());
+        m_pEnvironment = std::make_unique<ScopedEnvironment>();
+        m_pEnvironment->Set("ZENT_REGISTRY_DIR", QFile::encodeName(Path(QStringLiteral("registry"))));
+        m_pEnvironment->Set("ZENT_TEST_CFGSERVER_DIR", QFile::encodeName(m_pDir->path()));
+        m_pEnvironment->Set("ZENT_TEST_CFGSERVER_DOWN", QByteArray());
+        CfgCenterLifecycleTestAccess::ResetProcessState();
+        CfgIfDllDescriptor::s_pDllFileName = "tstcfgclient.dll";
+        ErrorHandler::Instance().ResetMessageMask();
+        return true;
+    }
+
+    /// Tears down whatever a test left (a centre, or the remains of a failed
+    /// construction) and restores the process.
+    void Cleanup()
+    {
+        CfgCenter::UnloadAdditionalDlls();
+        try {
+            CfgCenter::Exit();
+        } catch (...) {
+        }
+        CfgCenterLifecycleTestAccess::ResetProcessState();
+        CfgIfDllDescriptor::s_pDllFileName = "CfgClient.dll";
+        ErrorHandler::Instance().ResetMessageMask();
+        m_pEnvironment.reset();
+        m_pCurrentDir.reset();
+        m_pDir.reset();
+    }
+
+    QString Path(const QString& name) const { return m_pDir->filePath(name); }
+
+    /// Writes an XML configuration document whose machine view holds `machine`
+    /// (and whose user view holds `user`).
+    bool WriteDocument(const QString& fileName, const QByteArray& machine,
+                       const QByteArray& user = QByteArray())
+    {
+        return WriteTextFile(Path(fileName),
+                             "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Cfg version=\"2.2\">"
+                             "<System/><Domain/><Machine>" +
+                                 machine + "</Machine><User>" + user + "</User></Cfg>\n");
+    }
+
+private:
+    std::unique_ptr<QTemporaryDir> m_pDir;
+    std::unique_ptr<ScopedCurrentDir> m_pCurrentDir;
+    std::unique_ptr<ScopedEnvironment> m_pEnvironment;
+};
 
 #endif

@@ -38,7 +38,8 @@ public:
 
     bool Connect(const QString& appName, bool asServerApplication) override
     {
-        Trace(QStringLiteral("connect: app=%1 asServer=%2").arg(appName).arg(asServerApplication));
+        Trace(QStringLiteral("connect: app=%1 asServer=%2")
+                  .arg(appName, asServerApplication ? QStringLiteral("true") : QStringLiteral("false")));
         return !qEnvironmentVariableIsSet("ZENT_TEST_CFGSERVER_DOWN");
     }
 
