@@ -9,6 +9,7 @@
 #include <string>
 
 class QFileDevice;
+class QWidget;
 
 /// The operating-system abstraction: every call into the operating system
 /// that the family's libraries make goes through this one object, so that a
@@ -89,6 +90,39 @@ public:
     /// Shows a text file to the user: printed when standard output is a
     /// terminal, otherwise opened with the desktop's viewer.
     virtual bool DisplayTextFile(const QString& fileName);
+
+    // One instance per application and user. The lock of a name exists while
+    // a live process holds it: the system drops it with its holder, so a
+    // crashed instance never blocks a new start.
+    /// True when some process (this one included) holds the lock `name`.
+    virtual bool NamedLockExists(const QString& name) const;
+    /// Holds the lock `name` until CloseNamedLock or the process's end; several
+    /// holders may share it. Null when the lock cannot be made.
+    virtual void* CreateNamedLock(const QString& name);
+    virtual void CloseNamedLock(void* handle);
+    /// The message number of `name`: the same in every process, 0xC000 to 0xFFFF.
+    virtual unsigned int RegisterMessage(const QString& name);
+    /// Where the first instance of `name` listens for the messages of later
+    /// ones: a local socket only this user can reach.
+    virtual QString GetMessageChannel(const QString& name) const;
+    /// Delivers `message` to the instance listening for `name` (posted: it does
+    /// not wait for it to be handled). Above 0 when delivered.
+    virtual long BroadcastMessage(const QString& name, unsigned int message);
+    /// True when the peer of the connected local socket `descriptor` runs as this process's user.
+    virtual bool IsPeerSameUser(qintptr descriptor) const;
+    /// Shows a minimised top-level window again without giving it the focus.
+    virtual void ShowWindowNoActivate(QWidget* window);
+
+    // Changes of the wall clock and the time zone.
+    /// A descriptor that becomes readable when the wall clock is set; -1 when
+    /// the system cannot tell.
+    virtual int OpenClockChangeNotifier();
+    /// Consumes what made the descriptor readable and re-arms it; true when
+    /// the clock was set.
+    virtual bool AcknowledgeClockChange(int descriptor);
+    virtual void CloseClockChangeNotifier(int descriptor);
+    /// The file that names the system's time zone; empty when there is none.
+    virtual QString GetTimeZoneFile() const;
 
     /// Ends the process at once with `exitCode`: no destructors, no exit
     /// handlers, no event loop. For failures after which nothing may run.

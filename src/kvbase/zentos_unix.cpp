@@ -1,15 +1,20 @@
 // Linux and other Unix systems: dlopen for libraries, gettid for threads,
-// fsync for durability, the desktop's opener for showing files.
+// fsync for durability, the desktop's opener for showing files, flock and
+// local sockets for single instances, timerfd for changes of the clock.
 #include "kvbase/zentos.h"
 
 #include <QCoreApplication>
+#include <QCryptographicHash>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileDevice>
 #include <QFileInfo>
+#include <QLocalSocket>
 #include <QProcess>
 #include <QStandardPaths>
+#include <QUrl>
+#include <QWidget>
 
 #include <atomic>
 #include <cerrno>
@@ -17,7 +22,11 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <limits>
+#include <sys/file.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 namespace {
@@ -235,4 +244,174 @@ bool ZentOS::SyncDirectory(const QString& path)
     const bool synced = ::fsync(fd) == 0;
     ::close(fd);
     return synced;
+}
+
+// Instances of one application: lock files and local sockets in the user's
+// runtime directory (private to the user), named from the application's name
+// and the user id.
+namespace {
+
+struct NamedLockHandle
+{
+    int fd;
+};
+
+QString InstanceFileBase(const QString& name)
+{
+    QString token = QString::fromLatin1(QUrl::toPercentEncoding(name));
+    // Socket paths hold at most 107 bytes, so long names go by their hash.
+    if (token.size() > 40)
+        token =
+            QStringLiteral("h") +
+            QString::fromLatin1(QCryptographicHash::hash(name.toUtf8(), QCryptographicHash::Sha1).toHex());
+    QString dir = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+    if (dir.isEmpty())
+        dir = QDir::tempPath();
+    return dir + QStringLiteral("/zent-") + token + QLatin1Char('-') + QString::number(::getuid());
+}
+
+QByteArray LockFileName(const QString& name)
+{
+    return QFile::encodeName(InstanceFileBase(name) + QStringLiteral(".lock"));
+}
+
+int FlockRetryingOnSignal(int fd, int operation)
+{
+    int result;
+    do {
+        result = ::flock(fd, operation);
+    } while (result != 0 && errno == EINTR);
+    return result;
+}
+
+// An absolute timer at the end of time never fires; it exists only to be
+// cancelled when somebody sets the clock.
+bool ArmClockChangeTimer(int fd)
+{
+    itimerspec spec{};
+    spec.it_value.tv_sec = std::numeric_limits<time_t>::max();
+    return ::timerfd_settime(fd, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &spec, nullptr) == 0;
+}
+
+} // namespace
+
+bool ZentOS::NamedLockExists(const QString& name) const
+{
+    const int fd = ::open(LockFileName(name).constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false; // never made, so never held
+    // Holders keep a shared lock; an exclusive try fails exactly while one
+    // lives. flock, not fcntl: fcntl locks are per process, so a holder in
+    // this very process would go unseen.
+    const bool held = FlockRetryingOnSignal(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    ::close(fd); // also drops the probe's own lock
+    return held;
+}
+
+void* ZentOS::CreateNamedLock(const QString& name)
+{
+    // The file is never removed: a holder would keep a lock on a file nobody
+    // else can open any more, and a new start would not see it.
+    const int fd = ::open(LockFileName(name).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return nullptr;
+    // Blocking is brief: only a probe of NamedLockExists holds the lock exclusively.
+    if (FlockRetryingOnSignal(fd, LOCK_SH) != 0) {
+        ::close(fd);
+        return nullptr;
+    }
+    return new NamedLockHandle{fd};
+}
+
+void ZentOS::CloseNamedLock(void* handle)
+{
+    auto* lock = static_cast<NamedLockHandle*>(handle);
+    if (!lock)
+        return;
+    ::close(lock->fd);
+    delete lock;
+}
+
+unsigned int ZentOS::RegisterMessage(const QString& name)
+{
+    // FNV-1a over the case-folded name: every process computes the same
+    // number, in the range Windows gives registered messages.
+    quint32 hash = 2166136261u;
+    for (const QChar c : name.toCaseFolded()) {
+        hash = (hash ^ (c.unicode() & 0xFFu)) * 16777619u;
+        hash = (hash ^ (c.unicode() >> 8)) * 16777619u;
+    }
+    return 0xC000u + hash % 0x4000u;
+}
+
+QString ZentOS::GetMessageChannel(const QString& name) const
+{
+    return InstanceFileBase(name) + QStringLiteral(".sock");
+}
+
+long ZentOS::BroadcastMessage(const QString& name, unsigned int message)
+{
+    QLocalSocket socket;
+    socket.connectToServer(GetMessageChannel(name), QIODevice::WriteOnly);
+    if (!socket.waitForConnected(1000))
+        return -1;
+    socket.write(QByteArray::number(message) + '\n');
+    const bool written = socket.waitForBytesWritten(1000);
+    socket.disconnectFromServer();
+    return written ? 1 : -1;
+}
+
+bool ZentOS::IsPeerSameUser(qintptr descriptor) const
+{
+    ucred credentials{};
+    socklen_t size = sizeof(credentials);
+    if (::getsockopt(static_cast<int>(descriptor), SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0)
+        return false;
+    return credentials.uid == ::geteuid();
+}
+
+void ZentOS::ShowWindowNoActivate(QWidget* window)
+{
+    if (!window)
+        return;
+    const bool hadAttribute = window->testAttribute(Qt::WA_ShowWithoutActivating);
+    window->setAttribute(Qt::WA_ShowWithoutActivating);
+    window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
+    window->show();
+    window->setAttribute(Qt::WA_ShowWithoutActivating, hadAttribute);
+}
+
+int ZentOS::OpenClockChangeNotifier()
+{
+    const int fd = ::timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC);
+    if (fd < 0)
+        return -1;
+    if (!ArmClockChangeTimer(fd)) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+bool ZentOS::AcknowledgeClockChange(int descriptor)
+{
+    quint64 expirations = 0;
+    const ssize_t size = ::read(descriptor, &expirations, sizeof(expirations));
+    // A set clock cancels the timer: the read fails with ECANCELED once and
+    // the timer must be armed again.
+    const bool clockSet = size < 0 && errno == ECANCELED;
+    if (clockSet || size == static_cast<ssize_t>(sizeof(expirations)))
+        ArmClockChangeTimer(descriptor);
+    return clockSet;
+}
+
+void ZentOS::CloseClockChangeNotifier(int descriptor)
+{
+    if (descriptor >= 0)
+        ::close(descriptor);
+}
+
+QString ZentOS::GetTimeZoneFile() const
+{
+    return QStringLiteral("/etc/localtime");
 }

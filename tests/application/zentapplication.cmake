@@ -1,0 +1,28 @@
+# The start-up tests: ZentApplication, ZentQApplication and their helper
+# program and plug-ins. They live in a folder of their own, so that the
+# plug-in names the start-up hard-wires ("FolderPane.dll") find only the
+# libraries built here, whatever other tests put beside the usual programs.
+set(ZENT_STARTUP_TEST_DIR ${CMAKE_CURRENT_BINARY_DIR}/zentapp-bin)
+
+function(zent_startup_test_plugin name)
+    add_library(zentapp_${name} MODULE zentapplication/testplugin.cpp)
+    target_link_libraries(zentapp_${name} PRIVATE ZentAppStartUp)
+    target_compile_definitions(zentapp_${name} PRIVATE ZENT_TEST_PLUGIN_NAME="${name}")
+    set_target_properties(zentapp_${name} PROPERTIES
+        OUTPUT_NAME ${name}
+        LIBRARY_OUTPUT_DIRECTORY ${ZENT_STARTUP_TEST_DIR})
+endfunction()
+zent_startup_test_plugin(StartupPlugin)
+zent_startup_test_plugin(FolderPane)
+
+add_executable(zentapphelper zentapplication/helper.cpp)
+target_link_libraries(zentapphelper PRIVATE ZentAppStartUp KVBase)
+set_target_properties(zentapphelper PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${ZENT_STARTUP_TEST_DIR})
+
+function(zent_startup_test name)
+    zent_add_qtest(${name} ${ARGN})
+    set_target_properties(tst_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${ZENT_STARTUP_TEST_DIR})
+    add_dependencies(tst_${name} zentapp_StartupPlugin zentapp_FolderPane zentapphelper)
+endfunction()
+
+zent_startup_test(zentapplication SOURCES tst_zentapplication.cpp LABELS threads)
