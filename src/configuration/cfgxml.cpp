@@ -1325,6 +1325,18 @@ void CfgXml::SaveConfigurationName(const QString& name)
     configuration.setAttribute(USER_CONFIGURATION, ACTIVE);
     user.setAttribute(ACTIVE_USER, key);
     m_pData->lookup.ForgetAll();
+    SaveThroughCentre();
+}
+
+// Named configurations are saved the way the application saves: through the
+// centre, so that its save components are asked first.
+void CfgXml::SaveThroughCentre()
+{
+    try {
+        CfgCenter::SaveDocument();
+    } catch (const KVException& e) {
+        _Q_Trace(QStringLiteral("User configuration not saved: ") + e.GetMessage(), __FILE__, __LINE__);
+    }
 }
 
 void CfgXml::RenameConfigurationName(const QString& from, const QString& to)
@@ -1352,6 +1364,7 @@ void CfgXml::DeleteConfigurationName(const QString& name)
         if (child.attribute(NODE_TYPE) != ADD_SUB_KEY)
             continue;
         child.setAttribute(USER_CONFIGURATION, DELETE_MARK);
+        SaveThroughCentre();
         user.removeChild(child);
         break;
     }
@@ -1377,8 +1390,9 @@ void CfgXml::LoadConfigurationName(const QString& name)
     DropActiveConfiguration();
     s_addtionalSubkeys.push_front(key);
     s_sLastConfiguration = key;
-    LoginUserElement().setAttribute(ACTIVE_USER, key);
     m_pData->lookup.ForgetAll();
+    CfgCenter::ReLoadUserConfig();
+    LoginUserElement().setAttribute(ACTIVE_USER, key);
 }
 
 std::list<QString> CfgXml::GetUserConfigurations()

@@ -214,6 +214,7 @@ private:
     QDomElement UserElement();
     QDomElement LoginUserElement();
     void DropActiveConfiguration();
+    void SaveThroughCentre();
 
     std::shared_ptr<CfgXmlData> m_pData;
     QString m_sFileName;

@@ -147,6 +147,9 @@ private slots:
         CfgCenterTestAccess::Reset();
         CfgXml::SetTimeStampsEnabled(true);
         CfgXml::s_isLoginInstalled = false;
+        OpenCfgXml partitions(QString(), QString(), ICfg::VIEW_User);
+        partitions.SetUserViewSubkey(QString());
+        partitions.SetAdditionalUserViewSubkey({});
         m_os.reset();
         QDir::setCurrent(m_previousCurrentDir);
         m_dir.reset();
@@ -1252,6 +1255,72 @@ private slots:
         for (int i = 0; i < 20000; ++i)
             cfg->GetInteger(QStringLiteral("V%1").arg(i % 2000), 0);
         QVERIFY2(timer.elapsed() < 5000, "reads are linear in the number of siblings");
+    }
+
+    // ------------------------------------------------------------ user partitions
+
+    void userSubkeySelectsItsPartition_data()
+    {
+        QTest::addColumn<QString>("subkey");
+        QTest::addColumn<QString>("partition");
+        QTest::newRow("spaces_become_dots") << "John Smith"
+                                            << "John.Smith";
+        QTest::newRow("leading_digit_gets_underscore") << "1st"
+                                                       << "_1st";
+    }
+
+    void userSubkeySelectsItsPartition()
+    {
+        QFETCH(QString, subkey);
+        QFETCH(QString, partition);
+        auto cfg = Open(Document("<System/><Domain/><Machine/><User><App><U>plain</U></App></User>"),
+                        QStringLiteral("App"), ICfg::VIEW_User);
+        cfg->SetUserViewSubkey(subkey);
+        QCOMPARE(cfg->GetString(QStringLiteral("U"), QString()), QStringLiteral("plain"));
+        cfg->SetString(QStringLiteral("U"), QStringLiteral("mine"));
+        QCOMPARE(cfg->GetUsers(), std::list<QString>{partition});
+        cfg->SaveDocument();
+        const QDomElement user =
+            ParseElement(Read(Path(QStringLiteral("Cfg.xml")))).firstChildElement(QStringLiteral("User"));
+        const QDomElement login =
+            user.firstChildElement(QStringLiteral("xyZ9Subkey1Zxy")).firstChildElement(partition);
+        QCOMPARE(login.attribute(QStringLiteral("nodeType")), QStringLiteral("loginUser"));
+        QCOMPARE(login.firstChildElement(QStringLiteral("App")).firstChildElement(QStringLiteral("U")).text(),
+                 QStringLiteral("mine"));
+        QCOMPARE(user.firstChildElement(QStringLiteral("App")).firstChildElement(QStringLiteral("U")).text(),
+                 QStringLiteral("plain"));
+    }
+
+    void namedConfigurations()
+    {
+        auto cfg = Open(MAIN, QStringLiteral("App"), ICfg::VIEW_User);
+        QVERIFY(cfg->GetUserConfigurations().empty());
+        cfg->SetUserViewSubkey(QStringLiteral("Ann"));
+        cfg->SetString(QStringLiteral("V"), QStringLiteral("base"));
+        cfg->SaveConfigurationName(QStringLiteral("A"));
+        cfg->SaveConfigurationName(QStringLiteral("B"));
+        QCOMPARE(cfg->GetAdditionalUserViewSubkey(), std::list<QString>{QStringLiteral("UC___B")});
+        QCOMPARE(cfg->GetUserConfigurations(),
+                 (std::list<QString>{QStringLiteral("A"), QStringLiteral("B")}));
+        QCOMPARE(cfg->GetActiveUserConfiguraton(), QStringLiteral("B"));
+        QCOMPARE(cfg->UsingUserConfiguration(), true);
+        cfg->SetString(QStringLiteral("V"), QStringLiteral("in B"));
+        cfg->SetUserViewSubkey(QStringLiteral("Bob"));
+        QCOMPARE(cfg->UsingUserConfiguration(), false);
+        // A partition starts as a copy of the plain user view on first access.
+        QCOMPARE(cfg->GetString(QStringLiteral("V"), QStringLiteral("d")), QStringLiteral("d"));
+        cfg->SetUserViewSubkey(QStringLiteral("Ann"));
+        QCOMPARE(cfg->GetAdditionalUserViewSubkey(), std::list<QString>{QStringLiteral("UC___B")});
+        QCOMPARE(cfg->GetString(QStringLiteral("V"), QString()), QStringLiteral("in B"));
+        cfg->RenameConfigurationName(QStringLiteral("B"), QStringLiteral("C"));
+        QCOMPARE(cfg->GetAdditionalUserViewSubkey(), std::list<QString>{QStringLiteral("UC___C")});
+        QCOMPARE(cfg->GetString(QStringLiteral("V"), QString()), QStringLiteral("in B"));
+        cfg->DeleteConfigurationName(QStringLiteral("C"));
+        QCOMPARE(cfg->GetUserConfigurations(), std::list<QString>{QStringLiteral("A")});
+        QCOMPARE(cfg->UsingUserConfiguration(), false);
+        QCOMPARE(cfg->GetUsers(), (std::list<QString>{QStringLiteral("Ann"), QStringLiteral("Bob")}));
+        cfg->DeleteUser(QStringLiteral("Bob"));
+        QCOMPARE(cfg->GetUsers(), std::list<QString>{QStringLiteral("Ann")});
     }
 
     // ------------------------------------------------------------ exchange
