@@ -122,14 +122,14 @@ private:
     bool m_bDone = false;
 };
 
-std::shared_ptr<HiveStore> HiveStore::ForPath(const QString& path)
+std::shared_ptr<HiveStore> HiveStore::ForPath(const QString& path, bool ownerOnly)
 {
     static std::mutex s_mutex;
     static std::map<QString, std::shared_ptr<HiveStore>> s_stores;
     std::lock_guard<std::mutex> lock(s_mutex);
     std::shared_ptr<HiveStore>& store = s_stores[path];
     if (!store)
-        store.reset(new HiveStore(path));
+        store.reset(new HiveStore(path, ownerOnly));
     return store;
 }
 
@@ -161,9 +161,9 @@ QStringList HiveStore::SplitPath(const QString& path)
     return path.split(QLatin1Char('\\'), Qt::SkipEmptyParts);
 }
 
-HiveStore::HiveStore(const QString& path) : m_sPath(path)
+HiveStore::HiveStore(const QString& path, bool ownerOnly) : m_sPath(path)
 {
-    m_lOpenError = Open();
+    m_lOpenError = Open(ownerOnly);
 }
 
 HiveStore::~HiveStore()
@@ -173,9 +173,10 @@ HiveStore::~HiveStore()
     sqlite3_close(m_pDb);
 }
 
-LONG HiveStore::Open()
+LONG HiveStore::Open(bool ownerOnly)
 {
     QDir().mkpath(QFileInfo(m_sPath).absolutePath());
+    const bool isNew = !QFileInfo::exists(m_sPath);
     const QByteArray file = QFile::encodeName(m_sPath);
     int rc = sqlite3_open_v2(file.constData(), &m_pDb, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     if (rc != SQLITE_OK) {
@@ -193,6 +194,10 @@ LONG HiveStore::Open()
     sqlite3_busy_timeout(m_pDb, 10000);
     if (m_bReadOnly)
         return ERROR_SUCCESS;
+    // The user's hive is as private as HKEY_CURRENT_USER is on Windows; SQLite gives
+    // its log and index files the permissions of the database file.
+    if (isNew && ownerOnly)
+        QFile::setPermissions(m_sPath, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     // WAL: a commit is in the log file before the call returns, so a killed
     // process loses nothing it was told was written; NORMAL syncs at
     // checkpoints, which keeps the database consistent after a power loss.

@@ -49,7 +49,8 @@ public:
     static constexpr qint64 RootKey = 1;
 
     /// The store for the database file `path`, shared by every handle of this process on it.
-    static std::shared_ptr<HiveStore> ForPath(const QString& path);
+    /// A new file of a private hive (`ownerOnly`) is readable and writable by its owner alone.
+    static std::shared_ptr<HiveStore> ForPath(const QString& path, bool ownerOnly);
     /// The database file of a predefined hive (HKEY_CURRENT_USER or HKEY_LOCAL_MACHINE);
     /// empty for any other handle.
     static QString HivePath(HKEY predefined);
@@ -86,9 +87,9 @@ private:
     class Statement;
     class Transaction;
 
-    explicit HiveStore(const QString& path);
+    HiveStore(const QString& path, bool ownerOnly);
 
-    LONG Open();
+    LONG Open(bool ownerOnly);
     LONG CreateSchema();
     sqlite3_stmt* Prepare(const char* sql);
     LONG Failure(int sqliteCode, LONG fallback) const;

@@ -40,7 +40,7 @@ public:
     {
         const QString hive = HiveStore::HivePath(hKey);
         if (!hive.isEmpty()) {
-            handle->store = HiveStore::ForPath(hive);
+            handle->store = HiveStore::ForPath(hive, hKey == HKEY_CURRENT_USER);
             handle->key = HiveStore::RootKey;
             handle->access = KEY_ALL_ACCESS;
             return ERROR_SUCCESS;

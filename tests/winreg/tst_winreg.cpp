@@ -124,6 +124,14 @@ private slots:
         QVERIFY(machine);
         QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("HKEY_CURRENT_USER.db"))));
         QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("HKEY_LOCAL_MACHINE.db"))));
+        // The user's hive and its log are private to the user.
+        const QFileDevice::Permissions others = QFileDevice::ReadGroup | QFileDevice::WriteGroup |
+                                                QFileDevice::ReadOther | QFileDevice::WriteOther;
+        QCOMPARE(QFileInfo(m_dir->filePath(QStringLiteral("HKEY_CURRENT_USER.db"))).permissions() & others,
+                 QFileDevice::Permissions());
+        QCOMPARE(QFileInfo(m_dir->filePath(QStringLiteral("HKEY_CURRENT_USER.db-wal"))).permissions() &
+                     others,
+                 QFileDevice::Permissions());
         HKEY other = nullptr;
         QCOMPARE(RegOpenKeyExW(HKEY_LOCAL_MACHINE, W(QStringLiteral("SOFTWARE\\A")), 0, KEY_READ, &other),
                  ERROR_FILE_NOT_FOUND);
