@@ -125,6 +125,7 @@ private slots:
         QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("HKEY_CURRENT_USER.db"))));
         QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("HKEY_LOCAL_MACHINE.db"))));
         // The user's hive and its log are private to the user.
+        QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("HKEY_CURRENT_USER.db-wal"))));
         const QFileDevice::Permissions others = QFileDevice::ReadGroup | QFileDevice::WriteGroup |
                                                 QFileDevice::ReadOther | QFileDevice::WriteOther;
         QCOMPARE(QFileInfo(m_dir->filePath(QStringLiteral("HKEY_CURRENT_USER.db"))).permissions() & others,
