@@ -814,6 +814,8 @@ void CfgXml::OpenUserOnlyDocument()
     m_pData->document->setContent(QByteArray(USER_TEMPLATE));
     s_Version = GetVersion();
     const QString userFile = SideFileName(QStringLiteral("usr"));
+    if (!userFile.isEmpty())
+        CfgXmlFile::CompleteInterruptedRotation(userFile);
     if (!userFile.isEmpty() && QFile::exists(userFile)) {
         QDomElement root = Document()->documentElement();
         const QDomElement user = ReadSideView(userFile, GetViewAsString(VIEW_User), USER_TEMPLATE);
@@ -922,6 +924,7 @@ void CfgXml::GraftSideView(const QString& viewName, const QString& fileName, con
 {
     if (!UsesSideFiles() || fileName.isEmpty())
         return;
+    CfgXmlFile::CompleteInterruptedRotation(fileName);
     QDomElement root = Document()->documentElement();
     const QDomElement existing = root.firstChildElement(viewName);
     if (!existing.isNull() && !QFile::exists(fileName))

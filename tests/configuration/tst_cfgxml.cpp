@@ -1,6 +1,7 @@
 #include "common/recordingwriter.h"
 #include "configuration/cfgcentertestaccess.h"
 #include "configuration/cfgxml.h"
+#include "configuration/cfgxml_p.h"
 #include "configuration/fakezentos.h"
 #include "kvbase/errorhandler.h"
 #include "kvbase/kvexception.h"
@@ -805,11 +806,9 @@ private slots:
 
     void unreadableSideFileIsReported()
     {
-        if (QFileInfo(QStringLiteral("/root")).isWritable())
-            QSKIP("Runs as root: permissions do not apply.");
         CfgCenter::SetUsage(CfgCenter::USAGE_0);
-        Write(Path(QStringLiteral("Cfg.usr.xml")), "<Cfg><User/></Cfg>");
-        QFile::setPermissions(Path(QStringLiteral("Cfg.usr.xml")), QFileDevice::Permissions());
+        // A folder in the file's place cannot be opened, also not by root.
+        QVERIFY(QDir(m_dir->path()).mkdir(QStringLiteral("Cfg.usr.xml")));
         auto cfg = Open(MAIN);
         QCOMPARE(m_messages,
                  QStringList{QStringLiteral("Cannot open the file ") + Path(QStringLiteral("Cfg.usr.xml"))});
@@ -1374,6 +1373,60 @@ private slots:
         QVERIFY(QFile::exists(Path(QStringLiteral("Invalid_cfg_from_Peer_778.xml"))));
         QVERIFY(m_traces.last().endsWith(QStringLiteral("Configuration of Peer not merged; see ") +
                                          Path(QStringLiteral("Invalid_cfg_from_Peer_778.xml"))));
+    }
+
+    void interruptedSideFileRotationIsCompleted()
+    {
+        CfgCenter::SetUsage(CfgCenter::USAGE_0);
+        Write(Path(QStringLiteral("Cfg.usr.xml.temp")),
+              "<?xml version = '1.0'?><Cfg version='2.2'><User><App><U>saved</U></App></User></Cfg>");
+        auto cfg = Open(MAIN);
+        QCOMPARE(cfg->GetString(QStringLiteral("U"), QString(), ICfg::VIEW_User), QStringLiteral("saved"));
+        QVERIFY(!QFile::exists(Path(QStringLiteral("Cfg.usr.xml.temp"))));
+    }
+
+    void lineEndNormalisation_data()
+    {
+        QTest::addColumn<QByteArray>("input");
+        QTest::addColumn<QByteArray>("output");
+        QTest::newRow("lf_gets_cr") << QByteArray("a\nb\n") << QByteArray("a\r\nb\r\n");
+        QTest::newRow("crlf_stays") << QByteArray("a\r\nb") << QByteArray("a\r\nb");
+        QTest::newRow("cr_runs_collapse") << QByteArray("a\r\r\r\nb\r\rc") << QByteArray("a\r\nb\rc");
+        QTest::newRow("leading_lf") << QByteArray("\n\n") << QByteArray("\r\n\r\n");
+        QTest::newRow("empty") << QByteArray() << QByteArray();
+    }
+
+    void lineEndNormalisation()
+    {
+        QFETCH(QByteArray, input);
+        QFETCH(QByteArray, output);
+        QCOMPARE(CfgXmlFile::NormaliseLineEnds(input), output);
+    }
+
+    void quickDepthScan_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<bool>("shallow");
+        QTest::newRow("flat") << QByteArray("<?xml version='1.0' encoding='UTF-8'?><a><b/><c>x</c></a>")
+                              << true;
+        QTest::newRow("at_the_limit") << QByteArray("<a><b><c/></b></a>") << true;
+        QTest::newRow("beyond_the_limit") << QByteArray("<a><b><c><d></d></c></b></a>") << false;
+        QTest::newRow("quoted_markup_is_no_tag")
+            << QByteArray("<a x='/>'><b y=\"<c>\"><c></c></b></a>") << true;
+        QTest::newRow("comments_and_cdata_are_skipped")
+            << QByteArray("<a><!-- <b><c><d> --><![CDATA[<b><c><d>]]><?pi <b><c>?></a>") << true;
+        QTest::newRow("stray_end_tags_do_not_hide_depth") << QByteArray("</x></x></x><a><b><c><d>") << false;
+        QTest::newRow("document_type_needs_the_exact_check") << QByteArray("<!DOCTYPE a><a/>") << false;
+        QTest::newRow("utf16_needs_the_exact_check") << QByteArray("<\0a\0/\0>\0", 8) << false;
+        QTest::newRow("other_encodings_need_the_exact_check")
+            << QByteArray("<?xml version=\"1.0\" encoding=\"IBM037\"?><a/>") << false;
+    }
+
+    void quickDepthScan()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(bool, shallow);
+        QCOMPARE(CfgXmlFile::IsShallow(bytes, 3), shallow);
     }
 
     // ------------------------------------------------------------ robustness
