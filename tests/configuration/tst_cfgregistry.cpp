@@ -222,6 +222,28 @@ private slots:
         QCOMPARE(KeyState(HKEY_LOCAL_MACHINE, QStringLiteral("App\\New")), ERROR_FILE_NOT_FOUND);
     }
 
+    void anEmptyPathIsTheRootOfAllConfigurations()
+    {
+        TestCfgRegistry cfg(QString(), ICfg::VIEW_User);
+        QCOMPARE(cfg.GetTarget(), QStringLiteral("SOFTWARE\\Velkor&Amsel\\Zent\\"));
+        cfg.SetInteger(QStringLiteral("top"), 3);
+        QCOMPARE(RawValue(HKEY_CURRENT_USER, QString(), QStringLiteral("top")), QByteArray("\x03\0\0\0", 4));
+        QCOMPARE(cfg.GetAppKey(), QStringLiteral("Configuration Service"));
+    }
+
+    void anEmptySubKeyNameIsTheKeyItself()
+    {
+        TestCfgRegistry cfg(QStringLiteral("Self"), ICfg::VIEW_User);
+        cfg.SetString(QStringLiteral("v"), QStringLiteral("x"));
+        QCOMPARE(cfg.HasSubCfg(QString()), true);
+        QCOMPARE(cfg.AddSubCfg(QString()), true);
+        // The object's own handle stays open.
+        QCOMPARE(cfg.GetString(QStringLiteral("v"), QString()), QStringLiteral("x"));
+        cfg.SetString(QStringLiteral("w"), QStringLiteral("y"));
+        QCOMPARE(RawValue(HKEY_CURRENT_USER, QStringLiteral("Self"), QStringLiteral("w")),
+                 Sz(QStringLiteral("y")));
+    }
+
     void addSubCfgStaysFalseUntilAWriteCreatesTheKey()
     {
         TestCfgRegistry cfg(QStringLiteral("Late"), ICfg::VIEW_User);
