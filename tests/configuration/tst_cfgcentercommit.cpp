@@ -90,7 +90,10 @@ private slots:
     void init()
     {
         QVERIFY2(m_fixture.Init(), "temporary folder");
-        QVERIFY(m_fixture.WriteDocument(QStringLiteral("Cfg.xml"), "<App><Name>Demo</Name></App>"));
+        // Each test's document differs, so that no save is skipped as a repetition of the last one.
+        QVERIFY(m_fixture.WriteDocument(QStringLiteral("Cfg.xml"),
+                                        QByteArray("<App><Name>Demo</Name><Test>") +
+                                            QTest::currentTestFunction() + "</Test></App>"));
     }
     void cleanup() { m_fixture.Cleanup(); }
 
