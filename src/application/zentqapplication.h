@@ -73,7 +73,8 @@ public:
     /// Starts receiving the bring-to-front requests of later instances of the
     /// application `name` (Linux: a local server only this user can reach;
     /// Windows: the broadcast message arrives by itself). False when another
-    /// live instance already receives them or the channel cannot be opened.
+    /// live instance already receives them or the channel cannot be opened;
+    /// a channel opened before then stays in use.
     bool ListenForActivation(const QString& name);
 
 signals:

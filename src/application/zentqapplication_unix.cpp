@@ -87,23 +87,19 @@ ZentQApplicationSources::~ZentQApplicationSources()
 
 bool ZentQApplicationSources::ListenForActivation(const QString& name)
 {
-    delete m_pServer;
-    m_pServer = nullptr;
     const QString channel = ZentOS::Create().GetMessageChannel(name);
+    // A live instance answers on the channel and keeps it. Anything else
+    // there was left by a crashed instance: listening replaces it.
+    QLocalSocket probe;
+    probe.connectToServer(channel);
+    if (probe.waitForConnected(500)) {
+        _Q_Trace(QStringLiteral("Another instance receives the bring-to-front requests on %1").arg(channel),
+                 SOURCE_FILE, __LINE__);
+        return false;
+    }
     auto* server = new QLocalServer(this);
     server->setSocketOptions(QLocalServer::UserAccessOption);
     if (!server->listen(channel)) {
-        // The socket file may be what a crashed instance left behind; a live
-        // instance answers on it and keeps it.
-        QLocalSocket probe;
-        probe.connectToServer(channel);
-        const bool live = probe.waitForConnected(500);
-        if (!live && server->serverError() == QAbstractSocket::AddressInUseError) {
-            QLocalServer::removeServer(channel);
-            server->listen(channel);
-        }
-    }
-    if (!server->isListening()) {
         _Q_Trace(QStringLiteral("No bring-to-front requests received on %1: %2")
                      .arg(channel, server->errorString()),
                  SOURCE_FILE, __LINE__);
@@ -111,6 +107,7 @@ bool ZentQApplicationSources::ListenForActivation(const QString& name)
         return false;
     }
     connect(server, &QLocalServer::newConnection, this, &ZentQApplicationSources::OnActivationConnection);
+    delete m_pServer;
     m_pServer = server;
     return true;
 }

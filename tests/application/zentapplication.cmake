@@ -26,3 +26,4 @@ function(zent_startup_test name)
 endfunction()
 
 zent_startup_test(zentapplication SOURCES tst_zentapplication.cpp LABELS threads)
+zent_startup_test(zentqapplication SOURCES tst_zentqapplication.cpp LABELS threads)
