@@ -43,6 +43,13 @@ QString HelpExample()
                           "zent.exe QX310DRV:NoticeBox.dll,FolderPane.dll Server:192.0.2.10\n");
 }
 
+// Argument 0 + ".txt", keeping argument 0's bytes as the file system gave them.
+QString HelpFileName(int argc, char** argv)
+{
+    const QByteArray program = argc > 0 && argv && argv[0] ? QByteArray(argv[0]) : QByteArray();
+    return QFile::decodeName(program + ".txt");
+}
+
 // Everything before the last "." is the name, everything after it the
 // suffix, compared without regard to case.
 enum class Suffix
@@ -109,14 +116,13 @@ bool CmdLineHelp::Display(int argc, char** argv)
     }
     text += CreateHelpText();
 
-    // The file name keeps argument 0's bytes as the file system gave them.
-    const QByteArray programFile = argc > 0 && argv && argv[0] ? QByteArray(argv[0]) : QByteArray();
-    const QString fileName = QFile::decodeName(programFile + ".txt");
+    const QString fileName = HelpFileName(argc, argv);
     QFile file(fileName);
     // Writing and showing are best effort: the user still gets the exit, and
     // there is nobody else to tell that the help could not be shown.
     if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         file.write(text.toLatin1());
+        // Flushed for the viewer; the file is closed only after the request returned.
         file.flush();
     }
     ZentOS::Create().DisplayTextFile(fileName);
