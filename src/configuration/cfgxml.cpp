@@ -111,6 +111,38 @@ bool IsValidXmlName(const QString& name)
     return true;
 }
 
+bool IsXmlChar(char16_t c)
+{
+    return c >= 0x20 ? (c != 0xFFFE && c != 0xFFFF) : (c == 0x09 || c == 0x0A || c == 0x0D);
+}
+
+// Characters that XML 1.0 cannot carry would make the written file
+// unreadable, so they are dropped as the value is stored.
+QString XmlSafeText(const QString& text)
+{
+    const auto isValidAt = [&text](int i, int* width) {
+        const QChar c = text.at(i);
+        *width = 1;
+        if (c.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) {
+            *width = 2;
+            return true;
+        }
+        return !c.isSurrogate() && IsXmlChar(c.unicode());
+    };
+    int width = 1;
+    int i = 0;
+    while (i < text.size() && isValidAt(i, &width))
+        i += width;
+    if (i == text.size())
+        return text;
+    QString safe = text.left(i);
+    for (; i < text.size(); i += width) {
+        if (isValidAt(i, &width))
+            safe.append(text.mid(i, width));
+    }
+    return safe;
+}
+
 QDomText FirstTextChild(const QDomNode& node)
 {
     for (QDomNode child = node.firstChild(); !child.isNull(); child = child.nextSibling()) {
@@ -508,8 +540,9 @@ long CfgXml::GetIntegerImpl(QString name, long defaultValue, View view)
     return ok ? value : defaultValue;
 }
 
-QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& value, View view)
+QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& rawValue, View view)
 {
+    const QString value = XmlSafeText(rawValue);
     const int separator = name.lastIndexOf(KEY_SEPARATOR);
     const QString path = separator >= 0 ? name.left(separator) : QString();
     const QString valueName = separator >= 0 ? name.mid(separator + 1) : name;

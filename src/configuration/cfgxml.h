@@ -27,6 +27,9 @@ struct CfgXmlData;
 /// backup is never restored over a document.
 ///
 /// Decisions on points the format leaves open:
+/// - Characters that XML 1.0 cannot carry (control characters other than tab,
+///   line feed and carriage return, U+FFFE, U+FFFF, unpaired surrogates) are
+///   dropped from written texts, so that a written file can always be read.
 /// - A value name may be a relative path ("Sub\Name"); the value then lives
 ///   in that sub-configuration.
 /// - Lookups by name (HasAttribute, RemoveAttribute, RenameAttribute, the

@@ -1161,6 +1161,22 @@ private slots:
         QVERIFY(reread.setContent(Read(Path(QStringLiteral("Cfg.xml")))));
     }
 
+    void textsThatXmlCannotCarryAreCleaned()
+    {
+        auto cfg = Open(MAIN);
+        const QString emoji = QString::fromUtf8("\xf0\x9f\x98\x80");
+        const QString clean = QStringLiteral("ab\tc") + emoji + QStringLiteral("\r\nd");
+        cfg->SetString(QStringLiteral("V"), QStringLiteral("a\x01"
+                                                           "b\tc") +
+                                                QChar(0xFFFF) + QChar(0xD800) + emoji +
+                                                QStringLiteral("\r\nd"));
+        QCOMPARE(cfg->GetString(QStringLiteral("V"), QString()), clean);
+        cfg->SaveDocument();
+        OpenCfgXml reopened(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App"), ICfg::VIEW_Machine);
+        reopened.OpenDocument(false);
+        QCOMPARE(reopened.GetString(QStringLiteral("V"), QString()), clean);
+    }
+
     void subConfigurationsAreAddedFoundAndRemoved()
     {
         auto cfg = Open(MAIN);
