@@ -448,6 +448,7 @@ void CfgCenter::Exit()
 
 QString CfgCenter::GetType()
 {
+    // A served configuration answers with the default document's text, whatever it was set to.
     if (m_pCfgIfDllDescriptor)
         return DefaultCfgDoc();
     if (dynamic_cast<CfgRegistry*>(m_pAppCfg))
