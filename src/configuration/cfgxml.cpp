@@ -553,6 +553,8 @@ QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& raw
         QDomText text = FirstTextChild(node);
         if (text.isNull()) {
             text = node.appendChild(Document()->createTextNode(value)).toText();
+            m_pData->lookup.ForgetListings(node);
+            m_pData->lookup.ForgetListings(node.parentNode());
             AdvanceStamp(text);
         } else if (text.data() != value) {
             text.setData(value);
@@ -575,6 +577,8 @@ QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& raw
     QDomText text = FirstTextChild(element);
     if (text.isNull()) {
         text = element.insertBefore(Document()->createTextNode(value), element.firstChild()).toText();
+        m_pData->lookup.ForgetListings(element);
+        m_pData->lookup.ForgetListings(node);
         AdvanceStamp(text);
     } else if (text.data() != value) {
         text.setData(value);
@@ -644,8 +648,11 @@ void CfgXml::SetProtected(QString name, bool isProtected, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     QDomElement element = FindValue(name, ResolveView(view), false);
-    if (!element.isNull())
-        element.setAttribute(PROTECTED, isProtected ? TRUE_TEXT : FALSE_TEXT);
+    if (element.isNull())
+        return;
+    if (!element.hasAttribute(PROTECTED))
+        m_pData->lookup.ForgetListings(element.parentNode());
+    element.setAttribute(PROTECTED, isProtected ? TRUE_TEXT : FALSE_TEXT);
 }
 
 bool CfgXml::HasAttribute(QString key, QString name, View view)
@@ -685,17 +692,47 @@ bool CfgXml::RenameAttribute(QString oldName, QString newName, View view)
     return true;
 }
 
+namespace {
+
+// Values and sub-configurations in document order; a child that is neither an
+// element nor ignorable ends what the sub-configuration listing can reach.
+DomLookup::Listing BuildListing(const QDomNode& node, DomLookup::ListingKind kind)
+{
+    DomLookup::Listing listing;
+    listing.built = true;
+    for (QDomNode child = node.firstChild(); !child.isNull(); child = child.nextSibling()) {
+        if (!child.isElement()) {
+            if (kind == DomLookup::SubConfigurations && !IsIgnorable(child) && listing.reachable < 0)
+                listing.reachable = int(listing.items.size());
+            continue;
+        }
+        if (IsValue(child.toElement()) == (kind == DomLookup::Values))
+            listing.items.push_back(child.toElement());
+    }
+    return listing;
+}
+
+const DomLookup::Listing& ChildListing(CfgXmlData& data, const QDomNode& node, DomLookup::ListingKind kind)
+{
+    DomLookup::Listing* cached = data.lookup.ListingOf(node, kind);
+    if (!cached) {
+        data.scratch = BuildListing(node, kind);
+        return data.scratch;
+    }
+    if (!cached->built)
+        *cached = BuildListing(node, kind);
+    return *cached;
+}
+
+} // namespace
+
 QString CfgXml::GetValueKeyAtImpl(int index, View view)
 {
     const QDomNode node = GetNode(QString(), view, false);
-    int position = 0;
-    for (QDomElement child = node.firstChildElement(); !child.isNull(); child = child.nextSiblingElement()) {
-        if (!IsValue(child))
-            continue;
-        if (position++ == index)
-            return child.nodeName();
-    }
-    return QString();
+    if (node.isNull() || index < 0)
+        return QString();
+    const DomLookup::Listing& values = ChildListing(*m_pData, node, DomLookup::Values);
+    return index < int(values.items.size()) ? values.items[size_t(index)].nodeName() : QString();
 }
 
 // ---------------------------------------------------------------- sub-configurations
@@ -713,19 +750,15 @@ ICfg* CfgXml::CreateSubCfg(QString key, View view) const
 ICfg* CfgXml::CreateSubCfgAtImpl(int index, View view)
 {
     const QDomNode node = GetNode(QString(), view, false);
-    int position = 0;
-    for (QDomNode child = node.firstChild(); !child.isNull(); child = child.nextSibling()) {
-        if (IsIgnorable(child))
-            continue;
-        if (!child.isElement())
-            throw KVException(QStringLiteral("Not all childs are elements."), SOURCE_FILE, CLASS_NAME,
-                              QStringLiteral("CreateSubCfgAtImpl"), __LINE__);
-        if (IsValue(child.toElement()))
-            continue;
-        if (position++ == index)
-            return CreateSubCfg(child.nodeName(), view);
-    }
-    return nullptr;
+    if (node.isNull() || index < 0)
+        return nullptr;
+    const DomLookup::Listing& subs = ChildListing(*m_pData, node, DomLookup::SubConfigurations);
+    if (subs.reachable >= 0 && index >= subs.reachable)
+        throw KVException(QStringLiteral("Not all childs are elements."), SOURCE_FILE, CLASS_NAME,
+                          QStringLiteral("CreateSubCfgAtImpl"), __LINE__);
+    if (index >= int(subs.items.size()))
+        return nullptr;
+    return CreateSubCfg(subs.items[size_t(index)].nodeName(), view);
 }
 
 bool CfgXml::AddSubCfg(QString key, View view)

@@ -58,9 +58,27 @@ QDomNode DomLookup::Append(QDomNode parent, const QDomNode& child)
 {
     QDomNode appended = parent.appendChild(child);
     auto it = m_children.find(DomNodeKey::Of(parent));
-    if (it != m_children.end() && !appended.isNull() && !it->firstByName.contains(appended.nodeName()))
+    if (it == m_children.end() || appended.isNull())
+        return appended;
+    if (!it->firstByName.contains(appended.nodeName()))
         it->firstByName.insert(appended.nodeName(), appended);
+    ForgetListings(parent);
     return appended;
+}
+
+DomLookup::Listing* DomLookup::ListingOf(const QDomNode& parent, ListingKind kind)
+{
+    ChildIndex* index = IndexOf(parent);
+    return index ? &index->listings[kind] : nullptr;
+}
+
+void DomLookup::ForgetListings(const QDomNode& parent)
+{
+    auto it = m_children.find(DomNodeKey::Of(parent));
+    if (it == m_children.end())
+        return;
+    it->listings[Values] = Listing();
+    it->listings[SubConfigurations] = Listing();
 }
 
 void DomLookup::ForgetChildren(const QDomNode& parent)

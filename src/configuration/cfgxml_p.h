@@ -7,6 +7,7 @@
 #include <QHash>
 #include <QString>
 #include <memory>
+#include <vector>
 
 /// Identity of a DOM node: the address of its shared private part, which is
 /// the same for every QDomNode handle of that node.
@@ -38,10 +39,31 @@ public:
     QDomElement FirstChildElementNamed(const QDomNode& parent, const QString& name);
     /// Appends `child` to `parent` and records it.
     QDomNode Append(QDomNode parent, const QDomNode& child);
+    /// Forgets the listings of `parent`: a child turned from value to
+    /// sub-configuration or back.
+    void ForgetListings(const QDomNode& parent);
     /// Forgets what is known about the children of `parent`.
     void ForgetChildren(const QDomNode& parent);
     /// Forgets everything (document replaced, sub-trees grafted or moved).
     void ForgetAll();
+
+    /// The children of one kind in document order. `reachable` is how many of
+    /// them come before the first child that may not be there (-1: all).
+    struct Listing
+    {
+        bool built = false;
+        std::vector<QDomElement> items;
+        int reachable = -1;
+    };
+    enum ListingKind
+    {
+        Values = 0,
+        SubConfigurations = 1
+    };
+    /// The cached listing of a crowded parent, built or not; null for small
+    /// parents, which are cheap to scan. Dropped whenever the parent's children
+    /// change or a child changes between value and sub-configuration.
+    Listing* ListingOf(const QDomNode& parent, ListingKind kind);
 
     bool IsStamped(const QDomNode& node) const;
     void MarkStamped(const QDomNode& node);
@@ -53,6 +75,7 @@ private:
     {
         QDomNode parent;
         QHash<QString, QDomNode> firstByName;
+        Listing listings[2];
     };
     // Small parents are scanned; an index pays off only on crowded nodes.
     static constexpr int INDEX_THRESHOLD = 16;
@@ -71,6 +94,8 @@ struct CfgXmlData
     std::unique_ptr<QDomDocument> document;
     std::unique_ptr<QDomDocument> mergeDocument;
     DomLookup lookup;
+    /// The listing of a small parent, built for one call.
+    DomLookup::Listing scratch;
 
     void Reset()
     {
@@ -78,6 +103,7 @@ struct CfgXmlData
         mergeDocument.reset();
         lookup.ForgetAll();
         lookup.ForgetStamps();
+        scratch = DomLookup::Listing();
     }
 };
 

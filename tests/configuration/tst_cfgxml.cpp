@@ -1338,6 +1338,50 @@ private slots:
         QCOMPARE(cfg->GetUsers(), std::list<QString>{QStringLiteral("Ann")});
     }
 
+    void enumerationsFollowChangesOnCrowdedNodes()
+    {
+        QByteArray children;
+        for (int i = 0; i < 20; ++i)
+            children += "<S" + QByteArray::number(i) + "/><V" + QByteArray::number(i) + ">v</V" +
+                        QByteArray::number(i) + ">";
+        auto cfg = Open(Document("<System/><Domain/><Machine><App>" + children + "</App></Machine>"));
+        const auto subNames = [&] {
+            QStringList names;
+            for (int index = 0;; ++index) {
+                std::unique_ptr<ICfg> sub(cfg->CreateSubCfgAt(index));
+                if (!sub)
+                    return names;
+                names.append(sub->GetPartialKey());
+            }
+        };
+        const auto valueNames = [&] {
+            QStringList names;
+            for (int index = 0; !cfg->GetValueKeyAt(index).isEmpty(); ++index)
+                names.append(cfg->GetValueKeyAt(index));
+            return names;
+        };
+        QCOMPARE(subNames().size(), 20);
+        QCOMPARE(valueNames().size(), 20);
+        cfg->SetString(QStringLiteral("S0"), QStringLiteral("now a value"));
+        QCOMPARE(subNames().first(), QStringLiteral("S1"));
+        QCOMPARE(valueNames().first(), QStringLiteral("S0"));
+        cfg->SetProtected(QStringLiteral("S1"), false);
+        QCOMPARE(subNames().first(), QStringLiteral("S2"));
+        QCOMPARE(valueNames().size(), 22);
+        cfg->AddSubCfg(QStringLiteral("New"));
+        cfg->SetString(QStringLiteral("NewValue"), QStringLiteral("x"));
+        QCOMPARE(subNames().last(), QStringLiteral("New"));
+        QCOMPARE(valueNames().last(), QStringLiteral("NewValue"));
+        cfg->RemoveSubCfg(QStringLiteral("S2"));
+        cfg->RemoveAttribute(QStringLiteral("V0"));
+        QCOMPARE(subNames().first(), QStringLiteral("S3"));
+        QCOMPARE(valueNames().value(2), QStringLiteral("V1"));
+        cfg->SetString(QString(), QStringLiteral("own text"));
+        CompareException([&] { delete cfg->CreateSubCfgAt(int(subNames().size())); },
+                         QStringLiteral("Not all childs are elements."),
+                         QStringLiteral("CreateSubCfgAtImpl"));
+    }
+
     // ------------------------------------------------------------ exchange
 
     void exchangeBetweenApplications()
