@@ -27,3 +27,4 @@ endfunction()
 
 zent_startup_test(zentapplication SOURCES tst_zentapplication.cpp LABELS threads)
 zent_startup_test(zentqapplication SOURCES tst_zentqapplication.cpp LABELS threads)
+zent_startup_test(zentapplicationinstance SOURCES tst_zentapplicationinstance.cpp)

@@ -3,14 +3,23 @@
 // reports on standard output, one line each, what a test cannot see from
 // outside: the end of Init, its window's activation and state, the end of the
 // event loop. A line "quit" on standard input, or its end, quits it.
+//
+// Two more uses, for tests that run it as another user:
+//   zentapphelper --broadcast <name>  asks the running instance of <name> to
+//                                     come to the front; prints the result
+//   zentapphelper --connect <path>    connects to a local socket; prints
+//                                     "connected" or "refused"
 #include "application/zentapplication.h"
 #include "kvbase/kvexception.h"
+#include "kvbase/zentos.h"
 
 #include <QApplication>
 #include <QEvent>
+#include <QEventLoop>
+#include <QLocalSocket>
 #include <QSocketNotifier>
+#include <QTimer>
 #include <QWidget>
-#include <QWindow>
 
 #include <cstdio>
 #include <cstring>
@@ -33,24 +42,55 @@ bool HasOption(int argc, char** argv, const char* option)
     return false;
 }
 
+/// Lets the platform deliver what showing and activating windows caused.
+void Settle()
+{
+    QEventLoop loop;
+    QTimer::singleShot(100, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+/// Reports the window's state changes and, once switched on, its activations.
 class StateReporter : public QObject
 {
 public:
     bool eventFilter(QObject* watched, QEvent* event) override
     {
-        if (event->type() == QEvent::WindowStateChange) {
-            const auto* widget = static_cast<QWidget*>(watched);
+        const auto* widget = static_cast<QWidget*>(watched);
+        if (event->type() == QEvent::WindowStateChange)
             Report(widget->isMinimized() ? QStringLiteral("window-state minimized")
                                          : QStringLiteral("window-state normal"));
-        }
+        if (event->type() == QEvent::WindowActivate && m_bReportActivation)
+            Report(QStringLiteral("activated ") + widget->objectName());
         return false;
     }
+
+    bool m_bReportActivation = false;
 };
 
 } // namespace
 
+int RunOtherUse(const char* use, const char* argument)
+{
+    if (std::strcmp(use, "--broadcast") == 0) {
+        const QString name = QString::fromLocal8Bit(argument);
+        Report(
+            QString::number(ZentOS::Create().BroadcastMessage(name, ZentOS::Create().RegisterMessage(name))));
+        return 0;
+    }
+    QLocalSocket socket;
+    socket.connectToServer(QString::fromLocal8Bit(argument));
+    const bool connected = socket.waitForConnected(1000);
+    Report(connected ? QStringLiteral("connected") : QStringLiteral("refused"));
+    if (connected)
+        socket.waitForDisconnected(1000);
+    return 0;
+}
+
 int main(int argc, char** argv)
 {
+    if (argc == 3 && std::strncmp(argv[1], "--", 2) == 0)
+        return RunOtherUse(argv[1], argv[2]);
     const bool showWindow = HasOption(argc, argv, "--window");
     const bool minimized = HasOption(argc, argv, "--minimized");
     ZentApplication app;
@@ -62,10 +102,6 @@ int main(int argc, char** argv)
     }
     Report(QStringLiteral("init-returned"));
 
-    QObject::connect(qApp, &QGuiApplication::focusWindowChanged, [](QWindow*) {
-        QWidget* active = QApplication::activeWindow();
-        Report(active ? QStringLiteral("activated ") + active->objectName() : QStringLiteral("deactivated"));
-    });
     StateReporter stateReporter;
     std::unique_ptr<QWidget> window;
     if (showWindow) {
@@ -78,8 +114,18 @@ int main(int argc, char** argv)
         else
             window->show();
         // A second start must find no active window, as when the user has
-        // switched to another application.
-        QApplication::setActiveWindow(nullptr);
+        // switched to another application: a window of its own takes the
+        // focus and goes.
+        Settle();
+        auto* elsewhere = new QWidget;
+        elsewhere->show();
+        elsewhere->activateWindow();
+        Settle();
+        delete elsewhere;
+        Settle();
+    }
+    if (showWindow) {
+        stateReporter.m_bReportActivation = true;
         Report(QStringLiteral("window-shown"));
     }
 

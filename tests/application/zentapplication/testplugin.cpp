@@ -1,12 +1,17 @@
 // A plug-in for the start-up tests. Every call is appended, one line each, to
 // the file named by ZENT_TEST_PLUGIN_LOG, so that tests see what happened in
 // their own process and in child processes alike. The plug-in's name comes
-// from the build (one source, several libraries).
+// from the build (one source, several libraries). ZENT_TEST_PLUGIN_THROW
+// makes the end notification fail: "kv" with a KVException, "std" with a
+// standard exception.
 #include "configuration/idllinstance.h"
+#include "kvbase/kvexception.h"
 
 #include <QByteArray>
 #include <QFile>
 #include <QString>
+
+#include <stdexcept>
 
 namespace {
 
@@ -31,7 +36,16 @@ public:
         Record(QStringLiteral("execute"));
         return true;
     }
-    void ApplicationEnds() override { Record(QStringLiteral("ends")); }
+    void ApplicationEnds() override
+    {
+        Record(QStringLiteral("ends"));
+        const QByteArray failure = qgetenv("ZENT_TEST_PLUGIN_THROW");
+        if (failure == "kv")
+            throw KVException(QStringLiteral("Plug-in refuses to end"), QStringLiteral("tests/testplugin"),
+                              QStringLiteral("TestInstance"), QStringLiteral("ApplicationEnds"), __LINE__);
+        if (failure == "std")
+            throw std::runtime_error("plug-in failure");
+    }
     void CommitData() override { Record(QStringLiteral("commit")); }
 };
 
