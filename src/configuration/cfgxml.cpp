@@ -402,6 +402,7 @@ void CfgXml::StampSubTree(const QDomNode& node) const
 
 void CfgXml::AdvanceStamp(const QDomNode& node) const
 {
+    m_pData->lookup.Changed();
     SetTimeStamp(node, TS_Advance, true);
 }
 
@@ -590,8 +591,10 @@ QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& raw
 void CfgXml::SetValueAndType(const QString& name, const QString& value, const QString& type, View view)
 {
     QDomElement element = SetStringImplPrivate(name, value, view);
-    if (!element.isNull() && !element.hasAttribute(TYPE))
+    if (!element.isNull() && !element.hasAttribute(TYPE)) {
         element.setAttribute(TYPE, type);
+        m_pData->lookup.Changed();
+    }
 }
 
 void CfgXml::SetStringImpl(QString name, QString value, View view)
@@ -624,6 +627,7 @@ ICfg::AttributeType CfgXml::GetAttributeType(QString name, View view)
         return TYPE_Undefined;
     const AttributeType derived = (text == TRUE_TEXT || text == FALSE_TEXT) ? TYPE_Boolean : TYPE_String;
     element.setAttribute(TYPE, GetTypeAsString(derived));
+    m_pData->lookup.Changed();
     return derived;
 }
 
@@ -653,6 +657,7 @@ void CfgXml::SetProtected(QString name, bool isProtected, View view)
     if (!element.hasAttribute(PROTECTED))
         m_pData->lookup.ForgetListings(element.parentNode());
     element.setAttribute(PROTECTED, isProtected ? TRUE_TEXT : FALSE_TEXT);
+    m_pData->lookup.Changed();
 }
 
 bool CfgXml::HasAttribute(QString key, QString name, View view)
@@ -824,6 +829,7 @@ void CfgXml::AssignDefaults()
     QMutexLocker locker(CfgCenter::GetMutex());
     if (!Document())
         return;
+    m_pData->lookup.Changed();
     const QDomElement root = Document()->documentElement();
     for (const View view : {VIEW_User, VIEW_Domain, VIEW_System, VIEW_Machine}) {
         const QDomElement top = m_pData->lookup.FirstChildElementNamed(root, GetViewAsString(view));
@@ -1111,12 +1117,13 @@ void CfgXml::SaveDocument()
         _Q_Trace(m_sFileName + QStringLiteral(" is not open; nothing saved"), __FILE__, __LINE__);
         return;
     }
+    if (IsSavedUnchanged())
+        return;
     std::list<DetachedView> detached = DetachSideViews();
+    bool complete = true;
     try {
-        if (!detached.empty())
-            WriteSideView(detached.front(), detached.front().element.tagName());
-        if (detached.size() > 1)
-            WriteSideView(detached.back(), detached.back().element.tagName());
+        for (const DetachedView& view : detached)
+            complete = WriteSideView(view, view.element.tagName()) && complete;
         QByteArray bytes = document->toByteArray(XML_INDENT);
         if (UsageIs({CfgCenter::USAGE_1, CfgCenter::USAGE_3}))
             bytes = CfgXmlFile::NormaliseLineEnds(bytes);
@@ -1131,12 +1138,41 @@ void CfgXml::SaveDocument()
                 s_sBackupString = bytes;
                 s_sBackupStringFile = m_sFileName;
             }
+            complete = complete && result == CfgXmlFile::WriteResult::Written;
         }
     } catch (...) {
         GraftBack(detached);
         throw;
     }
     GraftBack(detached);
+    if (complete)
+        RememberSaved();
+    else
+        m_pData->saved = CfgXmlData::SavedState();
+}
+
+bool CfgXml::IsSavedUnchanged() const
+{
+    const CfgXmlData::SavedState& saved = m_pData->saved;
+    return saved.valid && saved.changes == m_pData->lookup.Changes() && saved.fileName == m_sFileName &&
+           saved.usage == CfgCenter::GetUsage() && saved.noSideFiles == m_bNoSideFiles &&
+           saved.exportFileName == SideFileName(QStringLiteral("exp")) &&
+           s_sBackupStringFile == m_sFileName && s_sBackupString.isSharedWith(saved.main) &&
+           s_sBackupUser.isSharedWith(saved.user) && s_sBackupExport.isSharedWith(saved.exportView);
+}
+
+void CfgXml::RememberSaved()
+{
+    CfgXmlData::SavedState& saved = m_pData->saved;
+    saved.valid = true;
+    saved.changes = m_pData->lookup.Changes();
+    saved.usage = CfgCenter::GetUsage();
+    saved.noSideFiles = m_bNoSideFiles;
+    saved.fileName = m_sFileName;
+    saved.exportFileName = SideFileName(QStringLiteral("exp"));
+    saved.main = s_sBackupString;
+    saved.user = s_sBackupUser;
+    saved.exportView = s_sBackupExport;
 }
 
 std::list<CfgXml::DetachedView> CfgXml::DetachSideViews()
@@ -1158,7 +1194,7 @@ std::list<CfgXml::DetachedView> CfgXml::DetachSideViews()
     return detached;
 }
 
-void CfgXml::WriteSideView(const DetachedView& view, const QString& viewName)
+bool CfgXml::WriteSideView(const DetachedView& view, const QString& viewName)
 {
     const bool isExport = viewName == GetViewAsString(VIEW_Export);
     QByteArray bytes;
@@ -1170,20 +1206,21 @@ void CfgXml::WriteSideView(const DetachedView& view, const QString& viewName)
     } else if (QFile::exists(view.fileName)) {
         bytes = isExport ? EXPORT_TEMPLATE : USER_TEMPLATE;
     } else {
-        return;
+        return true;
     }
     QByteArray& lastBytes = isExport ? s_sBackupExport : s_sBackupUser;
     QString& lastFile = isExport ? s_sBackupExportFile : s_sBackupUserFile;
     if (bytes == lastBytes && lastFile == view.fileName)
-        return;
+        return true;
     const CfgXmlFile::WriteResult result = CfgXmlFile::WriteRotated(view.fileName, bytes);
     if (result == CfgXmlFile::WriteResult::TempNotOpened)
         throw KVException(QStringLiteral("Cannot open ") + view.fileName + QStringLiteral(" for writing."),
                           SOURCE_FILE, CLASS_NAME, QStringLiteral("SaveDocumentExtra"), __LINE__);
-    if (result == CfgXmlFile::WriteResult::Written) {
-        lastBytes = bytes;
-        lastFile = view.fileName;
-    }
+    if (result != CfgXmlFile::WriteResult::Written)
+        return false;
+    lastBytes = bytes;
+    lastFile = view.fileName;
+    return true;
 }
 
 void CfgXml::GraftBack(std::list<DetachedView>& views)

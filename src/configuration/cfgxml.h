@@ -211,7 +211,9 @@ private:
     QString DataDirectory() const;
 
     std::list<DetachedView> DetachSideViews();
-    void WriteSideView(const DetachedView& view, const QString& viewName);
+    bool WriteSideView(const DetachedView& view, const QString& viewName);
+    bool IsSavedUnchanged() const;
+    void RememberSaved();
     void GraftBack(std::list<DetachedView>& views);
 
     QDomElement UserElement();

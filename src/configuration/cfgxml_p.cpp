@@ -56,6 +56,7 @@ QDomElement DomLookup::FirstChildElementNamed(const QDomNode& parent, const QStr
 
 QDomNode DomLookup::Append(QDomNode parent, const QDomNode& child)
 {
+    ++m_changes;
     QDomNode appended = parent.appendChild(child);
     auto it = m_children.find(DomNodeKey::Of(parent));
     if (it == m_children.end() || appended.isNull())
@@ -74,6 +75,7 @@ DomLookup::Listing* DomLookup::ListingOf(const QDomNode& parent, ListingKind kin
 
 void DomLookup::ForgetListings(const QDomNode& parent)
 {
+    ++m_changes;
     auto it = m_children.find(DomNodeKey::Of(parent));
     if (it == m_children.end())
         return;
@@ -83,11 +85,13 @@ void DomLookup::ForgetListings(const QDomNode& parent)
 
 void DomLookup::ForgetChildren(const QDomNode& parent)
 {
+    ++m_changes;
     m_children.remove(DomNodeKey::Of(parent));
 }
 
 void DomLookup::ForgetAll()
 {
+    ++m_changes;
     m_children.clear();
 }
 
@@ -98,11 +102,13 @@ bool DomLookup::IsStamped(const QDomNode& node) const
 
 void DomLookup::MarkStamped(const QDomNode& node)
 {
+    ++m_changes;
     m_stamped.insert(DomNodeKey::Of(node), node);
 }
 
 void DomLookup::ForgetStamps()
 {
+    ++m_changes;
     m_stamped.clear();
 }
 

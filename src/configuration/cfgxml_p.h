@@ -65,6 +65,12 @@ public:
     /// change or a child changes between value and sub-configuration.
     Listing* ListingOf(const QDomNode& parent, ListingKind kind);
 
+    /// Counts changes of the document: every append, every forgetting (which
+    /// follows removals, renames and moves), every stamping and every change
+    /// the owner reports. Equal counts mean an unchanged document.
+    quint64 Changes() const { return m_changes; }
+    void Changed() { ++m_changes; }
+
     bool IsStamped(const QDomNode& node) const;
     void MarkStamped(const QDomNode& node);
     /// Unstamped nodes may have entered a sub-tree.
@@ -84,6 +90,7 @@ private:
 
     QHash<const void*, ChildIndex> m_children;
     QHash<const void*, QDomNode> m_stamped;
+    quint64 m_changes = 0;
 };
 
 /// The document that a root CfgXml and its sub-configuration objects share.
@@ -97,6 +104,22 @@ struct CfgXmlData
     /// The listing of a small parent, built for one call.
     DomLookup::Listing scratch;
 
+    /// What the last complete save left behind. While the document has not
+    /// changed and nobody else wrote since, saving again would find bytes
+    /// equal to the last written ones, so it need not serialise at all.
+    struct SavedState
+    {
+        bool valid = false;
+        quint64 changes = 0;
+        int usage = 0;
+        bool noSideFiles = false;
+        QString fileName;
+        QString exportFileName;
+        QByteArray main;
+        QByteArray user;
+        QByteArray exportView;
+    } saved;
+
     void Reset()
     {
         document.reset();
@@ -104,6 +127,7 @@ struct CfgXmlData
         lookup.ForgetAll();
         lookup.ForgetStamps();
         scratch = DomLookup::Listing();
+        saved = SavedState();
     }
 };
 

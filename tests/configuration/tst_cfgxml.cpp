@@ -849,6 +849,98 @@ private slots:
         QCOMPARE(Read(Path(QStringLiteral("Cfg.xml.bak"))), QByteArray("untouched"));
     }
 
+    void unchangedSaveAfterAnotherDocumentWroteTheFileWritesAgain()
+    {
+        auto cfg = Open(MAIN);
+        cfg->SetString(QStringLiteral("A"), QStringLiteral("mine"));
+        cfg->SaveDocument();
+        const QByteArray mine = Read(Path(QStringLiteral("Cfg.xml")));
+        OpenCfgXml other(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App"), ICfg::VIEW_Machine);
+        other.OpenDocument(false);
+        other.SetString(QStringLiteral("A"), QStringLiteral("theirs"));
+        other.SaveDocument();
+        QVERIFY(Read(Path(QStringLiteral("Cfg.xml"))).contains(">theirs</A>"));
+        cfg->SaveDocument();
+        QCOMPARE(Read(Path(QStringLiteral("Cfg.xml"))), mine);
+    }
+
+    void unchangedSaveInAnotherUsageWritesTheNewLineEnds()
+    {
+        auto cfg = Open(MAIN);
+        cfg->SaveDocument();
+        QVERIFY(!Read(Path(QStringLiteral("Cfg.xml"))).contains("\r\n"));
+        CfgCenter::SetUsage(CfgCenter::USAGE_3);
+        cfg->SaveDocument();
+        QVERIFY(Read(Path(QStringLiteral("Cfg.xml"))).contains("\r\n"));
+    }
+
+    void everyKindOfChangeIsSaved_data()
+    {
+        QTest::addColumn<int>("change");
+        QTest::newRow("set_string") << 0;
+        QTest::newRow("set_protected") << 1;
+        QTest::newRow("set_attribute_type") << 2;
+        QTest::newRow("remove_attribute") << 3;
+        QTest::newRow("rename_attribute") << 4;
+        QTest::newRow("add_sub_cfg") << 5;
+        QTest::newRow("remove_sub_cfg") << 6;
+        QTest::newRow("move_sub_cfg") << 7;
+        QTest::newRow("merge") << 8;
+        QTest::newRow("change_through_sub_cfg") << 9;
+        QTest::newRow("own_text") << 10;
+    }
+
+    void everyKindOfChangeIsSaved()
+    {
+        QFETCH(int, change);
+        m_os->time = 100;
+        auto cfg =
+            Open(Document("<System/><Domain/><Machine><App><A>1</A><Sub><B>2</B></Sub></App></Machine>"));
+        cfg->SaveDocument();
+        const QByteArray before = Read(Path(QStringLiteral("Cfg.xml")));
+        cfg->SaveDocument();
+        QCOMPARE(Read(Path(QStringLiteral("Cfg.xml"))), before);
+        std::unique_ptr<ICfg> sub(cfg->CreateSubCfg(QStringLiteral("Sub")));
+        switch (change) {
+        case 0:
+            cfg->SetString(QStringLiteral("A"), QStringLiteral("changed"));
+            break;
+        case 1:
+            cfg->SetProtected(QStringLiteral("A"), true);
+            break;
+        case 2:
+            cfg->SetAttributeType(QStringLiteral("A"), ICfg::TYPE_Integer);
+            break;
+        case 3:
+            cfg->RemoveAttribute(QStringLiteral("A"));
+            break;
+        case 4:
+            cfg->RenameAttribute(QStringLiteral("A"), QStringLiteral("Z"));
+            break;
+        case 5:
+            cfg->AddSubCfg(QStringLiteral("New"));
+            break;
+        case 6:
+            cfg->RemoveSubCfg(QStringLiteral("Sub"));
+            break;
+        case 7:
+            cfg->MoveSubCfg(QStringLiteral("Sub"), QStringLiteral("Moved"));
+            break;
+        case 8:
+            cfg->MergeCfgFromStringAndApp(Document("<Machine><App><C>3</C></App></Machine>"),
+                                          QStringLiteral("App"));
+            break;
+        case 9:
+            sub->SetString(QStringLiteral("B"), QStringLiteral("changed"));
+            break;
+        case 10:
+            cfg->SetString(QString(), QStringLiteral("own"));
+            break;
+        }
+        cfg->SaveDocument();
+        QVERIFY(Read(Path(QStringLiteral("Cfg.xml"))) != before);
+    }
+
     void rotationKeepsThePreviousDocumentAsBackup()
     {
         auto cfg = Open(MAIN);
