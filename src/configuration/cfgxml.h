@@ -24,7 +24,13 @@ struct CfgXmlData;
 /// F.temp to F and F.bak.temp to F.bak, and syncs the folder. Opening first
 /// completes a rotation that a crash interrupted while F was missing, then
 /// restores F from F.bak when F is missing or cannot be parsed. An empty
-/// backup is never restored over a document.
+/// backup is never restored over a document. Saving bytes equal to the last
+/// written ones writes nothing; a document unchanged since its last save is
+/// not even serialised again.
+///
+/// Every public operation holds the configuration centre's mutex; reads may
+/// add missing time stamps, so even reads need it when several threads share
+/// a document.
 ///
 /// Decisions on points the format leaves open:
 /// - Characters that XML 1.0 cannot carry (control characters other than tab,
