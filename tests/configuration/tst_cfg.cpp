@@ -9,6 +9,7 @@
 #include <QMutex>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <cstring>
 #include <memory>
 #include <thread>
 
@@ -27,6 +28,34 @@ public:
 const char* const DOCUMENT =
     "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Cfg version=\"2.2\"><System/><Domain/>"
     "<Machine/><User/><Export/></Cfg>\n";
+
+/// The table position of a virtual operation as the compiler lays it out
+/// (Itanium C++ ABI: a pointer to a virtual member holds 1 + its byte offset).
+template <typename Member> long SlotOf(Member member)
+{
+    quintptr words[2];
+    static_assert(sizeof(Member) == sizeof(words), "pointer to member of the Itanium ABI");
+    std::memcpy(words, &member, sizeof(words));
+    return long((words[0] - 1) / sizeof(void*));
+}
+
+/// Reaches the protected operations for their table positions.
+class SlotProbe : public Cfg
+{
+public:
+    static QList<long> ProtectedSlots()
+    {
+        return {SlotOf(&SlotProbe::IsStringWritable), SlotOf(&SlotProbe::IsIntegerWritable),
+                SlotOf(&SlotProbe::IsBooleanWritable), SlotOf(&SlotProbe::SaveDocument)};
+    }
+    static QList<long> PrimitiveSlots()
+    {
+        return {SlotOf(&SlotProbe::GetStringImpl),     SlotOf(&SlotProbe::GetIntegerImpl),
+                SlotOf(&SlotProbe::SetStringImpl),     SlotOf(&SlotProbe::SetIntegerImpl),
+                SlotOf(&SlotProbe::SetBooleanImpl),    SlotOf(&SlotProbe::CreateSubCfgAtImpl),
+                SlotOf(&SlotProbe::GetValueKeyAtImpl), SlotOf(&SlotProbe::GetVersion)};
+    }
+};
 
 } // namespace
 
@@ -108,6 +137,48 @@ private slots:
         QCOMPARE(sizeof(ICfg::AttributeType), size_t(4));
     }
 
+    void virtualOperationsKeepTheirTableOrder()
+    {
+#if defined(_WIN32) || !defined(__GNUC__)
+        QSKIP("The layout check reads pointers to members of the Itanium C++ ABI.");
+#else
+        // The two destructor entries come first.
+        QList<long> table = {
+            SlotOf(&ICfg::GetKey),           SlotOf(&ICfg::GetType),          SlotOf(&ICfg::GetTarget),
+            SlotOf(&ICfg::GetPartialKey),    SlotOf(&ICfg::GetAppKey),        SlotOf(&ICfg::CreateSubCfg),
+            SlotOf(&ICfg::CreateSubCfgAt),   SlotOf(&ICfg::SelectView),       SlotOf(&ICfg::AddSubCfg),
+            SlotOf(&ICfg::HasSubCfg),        SlotOf(&ICfg::HasAttribute),     SlotOf(&ICfg::RemoveAttribute),
+            SlotOf(&ICfg::RemoveSubCfg),     SlotOf(&ICfg::RenameAttribute),  SlotOf(&ICfg::MoveSubCfg),
+            SlotOf(&ICfg::IsProtected),      SlotOf(&ICfg::GetAttributeType), SlotOf(&ICfg::GetString),
+            SlotOf(&ICfg::GetInteger),       SlotOf(&ICfg::GetBoolean),       SlotOf(&ICfg::SetProtected),
+            SlotOf(&ICfg::SetAttributeType), SlotOf(&ICfg::SetString),        SlotOf(&ICfg::SetInteger),
+            SlotOf(&ICfg::SetBoolean),       SlotOf(&ICfg::GetValueKeyAt)};
+        table += SlotProbe::ProtectedSlots();
+        table += {SlotOf(&ICfg::OpenDocument),
+                  SlotOf(&ICfg::CloseDocument),
+                  SlotOf(&ICfg::RestoreBackup),
+                  SlotOf(&ICfg::GetBackupDocumentName),
+                  SlotOf(&ICfg::SetUserViewSubkey),
+                  SlotOf(&ICfg::SetAdditionalUserViewSubkey),
+                  SlotOf(&ICfg::GetAdditionalUserViewSubkey),
+                  SlotOf(&ICfg::SaveConfigurationName),
+                  SlotOf(&ICfg::RenameConfigurationName),
+                  SlotOf(&ICfg::DeleteConfigurationName),
+                  SlotOf(&ICfg::LoadConfigurationName),
+                  SlotOf(&ICfg::GetUserConfigurations),
+                  SlotOf(&ICfg::GetUsers),
+                  SlotOf(&ICfg::DeleteUser),
+                  SlotOf(&ICfg::GetActiveUserConfiguraton),
+                  SlotOf(&ICfg::UsingUserConfiguration),
+                  SlotOf(&ICfg::GetCfgAsStringFromApp),
+                  SlotOf(&ICfg::MergeCfgFromStringAndApp)};
+        table += SlotProbe::PrimitiveSlots();
+        QCOMPARE(table.size(), 56);
+        for (int i = 0; i < table.size(); ++i)
+            QCOMPARE(table.at(i), long(i + 2));
+#endif
+    }
+
     void viewTexts_data()
     {
         QTest::addColumn<int>("view");
@@ -170,7 +241,10 @@ private slots:
         QCOMPARE(cfg.GetInteger(QStringLiteral("i"), 17), 17L);
     }
 
-    void getStringOnAbsentValueGivesTheDefault_data() { AddBackendRows(); }
+    void getStringOnAbsentValueGivesTheDefault_data()
+    {
+        AddBackendRows();
+    }
 
     void getStringOnAbsentValueGivesTheDefault()
     {
