@@ -93,18 +93,22 @@ private:
         Trace(QString::fromLatin1("start number %1").arg(starts), __LINE__);
     }
 
-    static void KeepSplashUntilTimeout(ZentApplication& app)
+    void KeepSplashUntilTimeout(ZentApplication& app)
     {
         // The splash was shown at SplashShowTime() (seconds) for the
-        // configured time-out; what is left of it may be nothing.
+        // configured time-out; what is left of it may be nothing. The timer
+        // is the instance's own, so that it goes with the instance: a timer
+        // left behind would call into this library after it was unloaded.
         const qint64 shownMs = (ZentOS::Create().GetTime() - app.SplashShowTime()) * 1000;
         const int remainingMs = static_cast<int>(std::max<qint64>(0, app.SplashShowTimeInMSec() - shownMs));
-        QTimer::singleShot(remainingMs, [] {
+        m_splashTimer.setSingleShot(true);
+        QObject::connect(&m_splashTimer, &QTimer::timeout, [] {
             if (ZentApplication* current = ZentApplication::Get()) {
                 current->HideSplash();
                 Trace(QString::fromLatin1("splash hidden"), __LINE__);
             }
         });
+        m_splashTimer.start(remainingMs);
     }
 
     void WriteSettings()
@@ -115,6 +119,7 @@ private:
 
     QString m_sConfigKey;
     std::unique_ptr<DemoWindow> m_pWindow;
+    QTimer m_splashTimer;
 };
 
 } // namespace

@@ -28,3 +28,12 @@ endfunction()
 zent_startup_test(zentapplication SOURCES tst_zentapplication.cpp LABELS threads)
 zent_startup_test(zentqapplication SOURCES tst_zentqapplication.cpp LABELS threads)
 zent_startup_test(zentapplicationinstance SOURCES tst_zentapplicationinstance.cpp)
+
+# The demo application end to end (headless), when the demo is built.
+if(TARGET zentdemo)
+    zent_startup_test(zentapplicationdemo SOURCES tst_zentapplicationdemo.cpp LIBRARIES Qt5::Xml)
+    target_compile_definitions(tst_zentapplicationdemo PRIVATE
+        ZENT_DEMO_PROGRAM="$<TARGET_FILE:zentdemo>"
+        ZENT_DEMO_DATA_DIR="${PROJECT_BINARY_DIR}/examples/demo")
+    add_dependencies(tst_zentapplicationdemo zentdemo)
+endif()

@@ -1,0 +1,272 @@
+// The demo application end to end, without a display: zentdemo runs in a
+// working folder with its shipped configuration, prints its trace, saves its
+// configuration and ends by itself.
+#include "kvbase/zentos.h"
+#include "zentapplication/startuptestsupport.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QDomDocument>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+const QString DEMO_PROGRAM = QStringLiteral(ZENT_DEMO_PROGRAM);
+const QString DEMO_DATA = QStringLiteral(ZENT_DEMO_DATA_DIR);
+constexpr int RUN_TIMEOUT_MS = 40000;
+
+/// The text of every "zent.trace" line, without its source and line number.
+QStringList TraceTexts(const QString& errors)
+{
+    static const QRegularExpression trace(QStringLiteral("^zent\\.trace: [^ ]+:\\d+ (.*)$"));
+    QStringList texts;
+    for (const QString& line : errors.split(QLatin1Char('\n'))) {
+        const QRegularExpressionMatch match = trace.match(line);
+        if (match.hasMatch())
+            texts << match.captured(1);
+    }
+    return texts;
+}
+
+/// The text of the element at `path` ("Machine/DemoApp/Demo/StartCount") below the root.
+QString ElementText(const QString& file, const QString& path)
+{
+    QFile xml(file);
+    QDomDocument document;
+    if (!xml.open(QIODevice::ReadOnly) || !document.setContent(&xml))
+        return QStringLiteral("<unreadable>");
+    QDomElement element = document.documentElement();
+    for (const QString& name : path.split(QLatin1Char('/')))
+        element = element.firstChildElement(name);
+    return element.isNull() ? QStringLiteral("<missing>") : element.text();
+}
+
+class Demo
+{
+public:
+    explicit Demo(const QString& workDir)
+    {
+        m_process.setWorkingDirectory(workDir);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        environment.insert(QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("zent.trace.debug=true"));
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), workDir + QStringLiteral("/data"));
+        m_process.setProcessEnvironment(environment);
+        QObject::connect(&m_process, &QProcess::readyReadStandardError,
+                         [this] { m_errors += QString::fromUtf8(m_process.readAllStandardError()); });
+    }
+    ~Demo()
+    {
+        if (m_process.state() != QProcess::NotRunning) {
+            m_process.kill();
+            m_process.waitForFinished(5000);
+        }
+    }
+    void Start(const QStringList& options)
+    {
+        m_clock.start();
+        m_process.start(DEMO_PROGRAM,
+                        QStringList{QStringLiteral("DemoApp"), QStringLiteral("Xml:Cfg.xml")} + options);
+    }
+    bool WaitForTrace(const QString& text)
+    {
+        QElapsedTimer clock;
+        clock.start();
+        while (!TraceTexts(m_errors).contains(text) && m_process.state() != QProcess::NotRunning &&
+               clock.elapsed() < RUN_TIMEOUT_MS)
+            QTest::qWait(20);
+        return TraceTexts(m_errors).contains(text);
+    }
+    bool WaitForEnd()
+    {
+        const bool ended =
+            m_process.state() == QProcess::NotRunning || m_process.waitForFinished(RUN_TIMEOUT_MS);
+        m_nLifeMs = m_clock.elapsed();
+        m_errors += QString::fromUtf8(m_process.readAllStandardError());
+        return ended && m_process.exitStatus() == QProcess::NormalExit;
+    }
+    int ExitCode() const { return m_process.exitCode(); }
+    qint64 LifeMs() const { return m_nLifeMs; }
+    QString Errors() const { return m_errors; }
+    QStringList Traces() const { return TraceTexts(m_errors); }
+
+private:
+    QProcess m_process;
+    QString m_errors;
+    QElapsedTimer m_clock;
+    qint64 m_nLifeMs = 0;
+};
+
+} // namespace
+
+class TestZentApplicationDemo : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void init();
+
+    void headlessRunTracesEveryStepSavesAndEnds();
+    void savedConfigurationCarriesOverToTheNextStart();
+    void secondDemoBringsTheFirstToTheFrontAndEnds();
+
+private:
+    QTemporaryDir m_runtimeDir;
+    QByteArray m_savedRuntimeDir;
+    std::unique_ptr<QTemporaryDir> m_dir;
+};
+
+void TestZentApplicationDemo::initTestCase()
+{
+    QStandardPaths::setTestModeEnabled(true);
+    QVERIFY2(m_runtimeDir.isValid(), qPrintable(m_runtimeDir.errorString()));
+    QVERIFY2(QFileInfo(DEMO_PROGRAM).isExecutable(), qPrintable(DEMO_PROGRAM));
+    m_savedRuntimeDir = qgetenv("XDG_RUNTIME_DIR");
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_runtimeDir.path()));
+}
+
+void TestZentApplicationDemo::cleanupTestCase()
+{
+    qputenv("XDG_RUNTIME_DIR", m_savedRuntimeDir);
+}
+
+void TestZentApplicationDemo::init()
+{
+    // A fresh copy of what the demo ships, as scripts/run-demo makes it.
+    m_dir.reset(new QTemporaryDir);
+    QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
+    for (const QString& file : {QStringLiteral("Cfg.xml"), QStringLiteral("splash.png")})
+        QVERIFY(QFile::copy(DEMO_DATA + QLatin1Char('/') + file, m_dir->filePath(file)));
+}
+
+void TestZentApplicationDemo::headlessRunTracesEveryStepSavesAndEnds()
+{
+    Demo demo(m_dir->path());
+    demo.Start({QStringLiteral("--quit-after=4")});
+    QVERIFY(demo.WaitForEnd());
+    QVERIFY2(demo.ExitCode() == 0, qPrintable(demo.Errors()));
+
+    const QString binDir = QFileInfo(DEMO_PROGRAM).absolutePath();
+    const QString logFile = m_dir->filePath(QStringLiteral("data/Velkor-Amsel/log/DemoApp.log"));
+    const QString message = QString::number(ZentOS::Create().RegisterMessage(QStringLiteral("DemoApp")));
+    const QString instance = QStringLiteral("Dll ZentDemo.dll, Instance DemoApp\\AdditionalDlls\\MainWindow "
+                                            "(AdditionalParams: none)");
+    const QStringList expected{
+        QStringLiteral("Start-up: Qt application object created"),
+        QStringLiteral("Start-up: CfgKey \"DemoApp\", bring-to-front message ") + message,
+        QStringLiteral("Start-up: log tracer installed: ") + logFile,
+        QStringLiteral("Start-up: configuration centre created"),
+        QStringLiteral("Start-up: splash splash.png shown"),
+        QStringLiteral("Start-up: locale ") + QLocale::system().name(),
+        QStringLiteral("Start-up: single-instance lock of \"DemoApp\" held"),
+        QStringLiteral(
+            "Translation: Could not find the following translation files: %1/KVBase_de.qm, %1/qt_de.qm")
+            .arg(binDir),
+        QStringLiteral("Start-up: translations initialised"),
+        QStringLiteral("Start-up: window icon set"),
+        QStringLiteral("Dll ZentDemo.dll loaded"),
+        QStringLiteral("Demo plug-in: created for DemoApp\\Demo"),
+        instance + QStringLiteral(" successfully created !"),
+        QStringLiteral("Start-up: additional plug-ins loaded"),
+        QStringLiteral("Started !"),
+        QStringLiteral("Demo plug-in: start number 1"),
+        QStringLiteral("Demo plug-in: main window shown"),
+        QStringLiteral("Start-up: plug-ins executed"),
+        QStringLiteral("Demo plug-in: splash hidden"),
+        QStringLiteral("Demo plug-in: data committed"),
+        QStringLiteral("Tear-down: begins"),
+        QStringLiteral("Demo plug-in: the application ends"),
+        QStringLiteral("Tear-down: plug-in instances told that the application ends"),
+        QStringLiteral("Demo plug-in: destroyed"),
+        instance + QStringLiteral(" destroyed !"),
+        QStringLiteral("Dll ZentDemo.dll unloaded"),
+        QStringLiteral("Tear-down: plug-in instances destroyed"),
+        QStringLiteral("Tear-down: termination targets notified"),
+        QStringLiteral("Tear-down: configuration saved and closed"),
+        QStringLiteral("Tear-down: Qt application object deleted")};
+    QCOMPARE(demo.Traces(), expected);
+    QVERIFY(
+        demo.Errors().contains(QStringLiteral("zent.trace: application/zentapplication:323 Started !\n")));
+    QVERIFY(
+        demo.Errors().contains(QStringLiteral("Information: CfgCenter::Create: Application configuration ( "
+                                              "key=DemoApp, type=Xml:Cfg.xml ) created successfully.")));
+
+    // The log file has the lines from its own installation on, marked with
+    // the module DemoApp, and the message of the configuration centre.
+    QStringList logTexts;
+    for (const QString& line : ReadLines(logFile)) {
+        const QStringList fields = line.split(QLatin1Char('\t'));
+        QVERIFY2(fields.size() >= 5 && fields.at(1) == QLatin1String("DemoApp"), qPrintable(line));
+        if (!fields.last().startsWith(QLatin1String("Information: ")))
+            logTexts << fields.last();
+    }
+    QCOMPARE(logTexts, expected.mid(2));
+
+    // The configuration was saved: the start was counted, the user's settings written.
+    const QString cfg = m_dir->filePath(QStringLiteral("Cfg.xml"));
+    QCOMPARE(ElementText(cfg, QStringLiteral("Machine/DemoApp/Demo/StartCount")), QStringLiteral("1"));
+    const QDateTime lastStart = QDateTime::fromString(
+        ElementText(cfg, QStringLiteral("Machine/DemoApp/Demo/LastStart")), Qt::ISODate);
+    QVERIFY(lastStart.isValid());
+    QVERIFY(qAbs(lastStart.secsTo(QDateTime::currentDateTime())) < 120);
+    QCOMPARE(ElementText(cfg, QStringLiteral("Machine/name")),
+             QString::fromStdWString(ZentOS::Create().GetWorkStationName()));
+    const QString user = m_dir->filePath(QStringLiteral("Cfg.usr.xml"));
+    QCOMPARE(ElementText(user, QStringLiteral("User/DemoApp/Demo/Greeting")),
+             QStringLiteral("Hallo aus der Demo"));
+    QCOMPARE(ElementText(user, QStringLiteral("User/DemoApp/Demo/Volume")), QStringLiteral("40"));
+    QCOMPARE(ElementText(user, QStringLiteral("User/DemoApp/Demo/ShowTips")), QStringLiteral("true"));
+    // The shipped file stayed as it was.
+    QCOMPARE(ElementText(DEMO_DATA + QStringLiteral("/Cfg.xml"),
+                         QStringLiteral("Machine/DemoApp/Demo/StartCount")),
+             QStringLiteral("0"));
+}
+
+void TestZentApplicationDemo::savedConfigurationCarriesOverToTheNextStart()
+{
+    for (int run = 1; run <= 2; ++run) {
+        Demo demo(m_dir->path());
+        demo.Start({QStringLiteral("--quit-after=1")});
+        QVERIFY(demo.WaitForEnd());
+        QVERIFY2(demo.ExitCode() == 0, qPrintable(demo.Errors()));
+        QVERIFY(demo.Traces().contains(QStringLiteral("Demo plug-in: start number %1").arg(run)));
+    }
+    QCOMPARE(ElementText(m_dir->filePath(QStringLiteral("Cfg.xml")),
+                         QStringLiteral("Machine/DemoApp/Demo/StartCount")),
+             QStringLiteral("2"));
+}
+
+void TestZentApplicationDemo::secondDemoBringsTheFirstToTheFrontAndEnds()
+{
+    Demo first(m_dir->path());
+    first.Start({QStringLiteral("--quit-after=8")});
+    QVERIFY2(first.WaitForTrace(QStringLiteral("Demo plug-in: main window shown")),
+             qPrintable(first.Errors()));
+
+    Demo second(m_dir->path());
+    second.Start({});
+    QVERIFY(second.WaitForEnd());
+    QVERIFY2(second.ExitCode() == 0, qPrintable(second.Errors()));
+    QVERIFY2(second.LifeMs() >= 1000 && second.LifeMs() < 8000, qPrintable(QString::number(second.LifeMs())));
+    const QStringList traces = second.Traces();
+    QVERIFY(traces.contains(QStringLiteral("Start-up: another instance of \"DemoApp\" is running")));
+    QCOMPARE(traces.filter(QStringLiteral("Demo plug-in")), QStringList());
+    QVERIFY(!traces.contains(QStringLiteral("Started !")));
+
+    QVERIFY(first.WaitForEnd());
+    QVERIFY2(first.ExitCode() == 0, qPrintable(first.Errors()));
+    QCOMPARE(first.Traces().filter(QStringLiteral("Demo plug-in: start number")),
+             QStringList({QStringLiteral("Demo plug-in: start number 1")}));
+}
+
+QTEST_GUILESS_MAIN(TestZentApplicationDemo)
+#include "tst_zentapplicationdemo.moc"
