@@ -904,8 +904,9 @@ void CfgXml::HandleMissingFile()
                                 QStringLiteral("\" does not exist, but a backup file was found.") +
                                 QStringLiteral("The system restores it.\n");
         _Q_Trace(message, __FILE__, __LINE__);
-        CfgXmlFile::RestoreFromBackup(m_sFileName);
-        return;
+        // Should the restore fail, the file is not created without asking.
+        if (CfgXmlFile::RestoreFromBackup(m_sFileName))
+            return;
     }
     const QString message =
         QStringLiteral("The configuration file \"") + m_sFileName + QStringLiteral("\" does not exist.\n");
