@@ -18,6 +18,8 @@
 #include "kvbase/errorhandler.h"
 #include "kvbase/kvexception.h"
 
+#include <QApplication>
+#include <QMessageBox>
 #include <QTimer>
 
 #include <cstdio>
@@ -46,6 +48,21 @@ DemoOptions ParseOptions(int argc, char** argv)
     return options;
 }
 
+/// Information (such as the configuration centre's report that the
+/// configuration is open) goes to the log only; warnings and errors are shown
+/// in a box when there is a screen to show them on.
+void PresentMessage(ErrorHandler::MessageKind kind, const QString& text)
+{
+    const QString platform = QGuiApplication::platformName();
+    if (kind == ErrorHandler::MSG_Information || !qobject_cast<QApplication*>(QCoreApplication::instance()) ||
+        platform == QLatin1String("offscreen") || platform == QLatin1String("minimal"))
+        return;
+    if (kind == ErrorHandler::MSG_Error)
+        QMessageBox::critical(nullptr, QCoreApplication::applicationName(), text);
+    else
+        QMessageBox::warning(nullptr, QCoreApplication::applicationName(), text);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -58,6 +75,7 @@ int main(int argc, char** argv)
     // The expert trace shows every start-up step, even those before the
     // configuration switches it on.
     ErrorHandler::Instance().SetMessageMask(ErrorHandler::Q_EXPERT_TRACE, true);
+    ErrorHandler::Instance().SetMessagePresenter(&PresentMessage);
     ZentApplication app;
     try {
         app.Init(argc, argv, false);

@@ -54,7 +54,7 @@ DemoWindow::DemoWindow(const QString& configKey, QWidget* parent)
     layout->addWidget(CreateConfigurationGroup(), 1);
     layout->addWidget(CreateSettingsGroup());
     setCentralWidget(central);
-    resize(640, 720);
+    resize(620, 560);
     ReadSettings();
     statusBar()->showMessage(tr("Ready"));
     if (auto* app = qobject_cast<ZentQApplication*>(QCoreApplication::instance())) {

@@ -21,6 +21,7 @@
 #include <QScreen>
 #include <QThread>
 #include <QTimer>
+#include <QWindow>
 
 #include <exception>
 #include <list>
@@ -430,6 +431,10 @@ void ZentApplication::ShowSplash()
     m_pSplash = new ZentSplash(pixmap, nullptr);
     m_pSplash->setObjectName(m_pSplash->objectName() + QLatin1Char('_') + name);
     if (screen) {
+        // Screens of their own (separate X screens) are not reached by coordinates alone.
+        m_pSplash->winId();
+        if (QWindow* window = m_pSplash->windowHandle())
+            window->setScreen(screen);
         const QRect area = screen->availableGeometry();
         m_pSplash->move(area.left() + (area.width() - pixmap.width()) / 2,
                         area.top() + (area.height() - pixmap.height()) / 2);

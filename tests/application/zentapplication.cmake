@@ -36,4 +36,25 @@ if(TARGET zentdemo)
         ZENT_DEMO_PROGRAM="$<TARGET_FILE:zentdemo>"
         ZENT_DEMO_DATA_DIR="${PROJECT_BINARY_DIR}/examples/demo")
     add_dependencies(tst_zentapplicationdemo zentdemo)
+
+    # On a real X server with two screens: where the splash appears, and
+    # screenshots of zentdemo, which land in this build folder.
+    add_executable(tst_zentapplicationscreens tst_zentapplicationscreens.cpp)
+    target_link_libraries(tst_zentapplicationscreens PRIVATE ZentAppStartUp KVBase Qt5::Test)
+    target_include_directories(tst_zentapplicationscreens PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+    target_compile_definitions(tst_zentapplicationscreens PRIVATE
+        ZENT_DEMO_PROGRAM="$<TARGET_FILE:zentdemo>"
+        ZENT_DEMO_DATA_DIR="${PROJECT_BINARY_DIR}/examples/demo")
+    set_target_properties(tst_zentapplicationscreens PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${ZENT_STARTUP_TEST_DIR})
+    add_dependencies(tst_zentapplicationscreens zentdemo)
+    add_test(NAME zentapplicationscreens
+        COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/zentapplication/run-under-xvfb.sh
+                $<TARGET_FILE:tst_zentapplicationscreens>)
+    set_tests_properties(zentapplicationscreens PROPERTIES
+        TIMEOUT 120
+        # X client libraries leak on their own; the start-up's memory is
+        # checked by the offscreen tests.
+        LABELS "xvfb;no-asan"
+        SKIP_RETURN_CODE 77
+        ENVIRONMENT "ZENT_SCREENSHOT_DIR=${CMAKE_CURRENT_BINARY_DIR}")
 endif()
