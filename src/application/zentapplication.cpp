@@ -14,8 +14,10 @@
 #include "kvbase/kvexception.h"
 #include "kvbase/zentos.h"
 
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QIcon>
+#include <QImageReader>
 #include <QLocale>
 #include <QPixmap>
 #include <QScreen>
@@ -65,6 +67,16 @@ QByteArray CfgKeyOf(int argc, char** argv)
     const QByteArray argument(argv[1]);
     const int colon = argument.indexOf(':');
     return colon < 0 ? argument : argument.left(colon);
+}
+
+QPixmap LoadPixmap(const QString& fileName)
+{
+    // Asked to detect the format, Qt loads every image plug-in there is; the
+    // suffix names it, and only a file whose suffix lies is detected.
+    QImageReader reader(fileName, QFileInfo(fileName).suffix().toLatin1());
+    reader.setAutoDetectImageFormat(false);
+    const QPixmap pixmap = QPixmap::fromImageReader(&reader);
+    return pixmap.isNull() ? QPixmap(fileName) : pixmap;
 }
 
 QScreen* ScreenOrPrimary(int number)
@@ -427,7 +439,7 @@ void ZentApplication::ShowSplash()
     }
     QScreen* screen = ScreenOrPrimary(screenNumber);
 
-    const QPixmap pixmap(image);
+    const QPixmap pixmap = LoadPixmap(image);
     m_pSplash = new ZentSplash(pixmap, nullptr);
     m_pSplash->setObjectName(m_pSplash->objectName() + QLatin1Char('_') + name);
     if (screen) {

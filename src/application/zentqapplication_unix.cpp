@@ -97,8 +97,11 @@ bool ZentQApplicationSources::ListenForActivation(const QString& name)
                  SOURCE_FILE, __LINE__);
         return false;
     }
+    // The runtime directory is the user's alone, and the peer's user is
+    // checked on every connection; the socket needs no access options of its
+    // own (which would cost a temporary directory and a rename at each start).
+    QLocalServer::removeServer(channel);
     auto* server = new QLocalServer(this);
-    server->setSocketOptions(QLocalServer::UserAccessOption);
     if (!server->listen(channel)) {
         _Q_Trace(QStringLiteral("No bring-to-front requests received on %1: %2")
                      .arg(channel, server->errorString()),

@@ -2,7 +2,10 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QGuiApplication>
+#include <QImageReader>
 #include <QNetworkInterface>
+#include <QPixmap>
 #include <QThread>
 
 #include <atomic>
@@ -12,6 +15,20 @@
 namespace {
 
 std::atomic<ZentOS*> g_replacement{nullptr};
+
+// A QIcon made from a file name asks every image plug-in whether it reads
+// the file, which loads them all (and their libraries) at start-up; icons are
+// PNG files, read here by Qt's own reader. Without a GUI application there
+// are no pixmaps yet, and the icon reads its file when first drawn.
+QIcon PngIcon(const QString& path)
+{
+    if (!qobject_cast<QGuiApplication*>(QCoreApplication::instance()))
+        return QIcon(path);
+    QImageReader reader(path, "png");
+    reader.setAutoDetectImageFormat(false);
+    const QPixmap pixmap = QPixmap::fromImageReader(&reader);
+    return pixmap.isNull() ? QIcon(path) : QIcon(pixmap);
+}
 
 } // namespace
 
@@ -64,9 +81,9 @@ QIcon ZentOS::GetIcon(int number) const
     const QString fileName = QStringLiteral("icons/%1.png").arg(number);
     const QString productDir = GetProductDir();
     if (!productDir.isEmpty() && QFileInfo::exists(productDir + QLatin1Char('/') + fileName))
-        return QIcon(productDir + QLatin1Char('/') + fileName);
+        return PngIcon(productDir + QLatin1Char('/') + fileName);
     const QString builtIn = QStringLiteral(":/kvbase/") + fileName;
     if (QFileInfo::exists(builtIn))
-        return QIcon(builtIn);
+        return PngIcon(builtIn);
     return QIcon();
 }

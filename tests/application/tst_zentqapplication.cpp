@@ -359,14 +359,17 @@ void TestZentQApplication::channelPassesOnlyRegisteredMessages()
 
 void TestZentQApplication::channelIsPrivateToTheUser()
 {
+    // The channel lies in the user's private runtime directory, its name
+    // carries the user id, and nobody else may write to (connect to) it.
     const QFileInfo channel(ZentOS::Create().GetMessageChannel(APP_KEY));
     QVERIFY(channel.exists());
     QCOMPARE(channel.absolutePath(), QFileInfo(m_fixture.RuntimeDir()).absoluteFilePath());
     QVERIFY(channel.fileName().endsWith(QStringLiteral("-%1.sock").arg(::getuid())));
+    QCOMPARE(channel.permissions() & (QFileDevice::WriteGroup | QFileDevice::WriteOther),
+             QFileDevice::Permissions());
     const QFileDevice::Permissions others = QFileDevice::ReadGroup | QFileDevice::WriteGroup |
                                             QFileDevice::ExeGroup | QFileDevice::ReadOther |
                                             QFileDevice::WriteOther | QFileDevice::ExeOther;
-    QCOMPARE(channel.permissions() & others, QFileDevice::Permissions());
     QCOMPARE(QFileInfo(m_fixture.RuntimeDir()).permissions() & others, QFileDevice::Permissions());
 }
 
