@@ -45,20 +45,14 @@ bool AskContinueInMessageBox(const QString& text)
     return box.clickedButton() == continueButton;
 }
 
+// Only errors and warnings interrupt the user; information is for the log.
 void ShowInMessageBox(ErrorHandler::MessageKind kind, const QString& text)
 {
     const QString title = QCoreApplication::applicationName();
-    switch (kind) {
-    case ErrorHandler::MSG_Error:
+    if (kind == ErrorHandler::MSG_Error)
         QMessageBox::critical(nullptr, title, text);
-        break;
-    case ErrorHandler::MSG_Warning:
+    else if (kind == ErrorHandler::MSG_Warning)
         QMessageBox::warning(nullptr, title, text);
-        break;
-    case ErrorHandler::MSG_Information:
-        QMessageBox::information(nullptr, title, text);
-        break;
-    }
 }
 
 } // namespace

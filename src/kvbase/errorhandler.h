@@ -13,22 +13,26 @@
 
 class CLogWriter;
 
-KVBASE_EXPORT Q_DECLARE_LOGGING_CATEGORY(lcZentTrace)
-KVBASE_EXPORT Q_DECLARE_LOGGING_CATEGORY(lcZentMessage)
+/// The logging categories "zent.trace" and "zent.message" (what
+/// Q_DECLARE_LOGGING_CATEGORY declares, exported from the library).
+KVBASE_EXPORT const QLoggingCategory& lcZentTrace();
+KVBASE_EXPORT const QLoggingCategory& lcZentMessage();
 
-    /// Error reporting and tracing of the product family.
-    ///
-    /// Traces and assertions belong to one of seven categories; each is written
-    /// only while its bit is set in the message mask. A written trace goes to the
-    /// log tracer (when one is installed) and to the Qt logging category
-    /// "zent.trace" at debug level, so applications can route it with Qt's own
-    /// message handler and filter rules.
-    ///
-    /// Messages are meant for the user: they are logged, sent to the logging
-    /// category "zent.message" and handed to the message presenter. The message
-    /// dialog asks the user whether to continue; without a dialog (services,
-    /// tests, headless runs) callers take the "no" path.
-    class KVBASE_EXPORT ErrorHandler
+/// Error reporting and tracing of the product family.
+///
+/// Traces and assertions belong to one of seven categories; each is written
+/// only while its bit is set in the message mask. A written trace goes to the
+/// log tracer (when one is installed) and to the Qt logging category
+/// "zent.trace" at debug level, so applications can route it with Qt's own
+/// message handler and filter rules.
+///
+/// Messages are meant for the user: they are logged, sent to the logging
+/// category "zent.message" and handed to the message presenter; without a
+/// presenter, errors and warnings are shown in a message box when a GUI runs
+/// on a real display, information is only logged. The message
+/// dialog asks the user whether to continue; without a dialog (services,
+/// tests, headless runs) callers take the "no" path.
+class KVBASE_EXPORT ErrorHandler
 {
 public:
     enum MessageCategory : unsigned

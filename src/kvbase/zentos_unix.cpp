@@ -76,7 +76,13 @@ void* ZentOS::LoadLibrary(const QString& fileName)
     for (const QString& candidate : LibraryCandidates(fileName)) {
         if (QFileInfo(candidate).isAbsolute() && !QFileInfo::exists(candidate))
             continue;
-        if (void* handle = dlopen(QFile::encodeName(candidate).constData(), RTLD_NOW | RTLD_LOCAL)) {
+        // RTLD_NODELETE: plug-ins hand strings with static data (QStringLiteral),
+        // connections and timers to objects that outlive FreeLibrary, such as
+        // the configuration document saved after the plug-ins are unloaded.
+        // Keeping the code mapped makes those references safe; the library's
+        // instances are still destroyed and its handle released.
+        const int flags = RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE;
+        if (void* handle = dlopen(QFile::encodeName(candidate).constData(), flags)) {
             t_lastError = 0;
             t_lastErrorText.clear();
             return handle;
