@@ -36,13 +36,42 @@ const char* const SchemaSql =
     "CREATE UNIQUE INDEX IF NOT EXISTS vals_by_name ON vals(key, upper);"
     "INSERT OR IGNORE INTO keys(id, parent, name, upper, written) VALUES(1, NULL, '', '', 0);";
 
+/// The Win32 code for an SQLite failure; `fallback` for all but access and memory.
+LONG Failure(int sqliteCode, LONG fallback)
+{
+    switch (sqliteCode & 0xff) {
+    case SQLITE_READONLY:
+    case SQLITE_PERM:
+    case SQLITE_AUTH:
+        return ERROR_ACCESS_DENIED;
+    case SQLITE_NOMEM:
+        return ERROR_OUTOFMEMORY;
+    default:
+        return fallback;
+    }
+}
+
+/// The result of stepping a query to its first row: `whenNoRow` when there is none.
+LONG RowResult(int rc, LONG whenNoRow)
+{
+    if (rc == SQLITE_ROW)
+        return ERROR_SUCCESS;
+    return rc == SQLITE_DONE ? whenNoRow : Failure(rc, ERROR_CANTREAD);
+}
+
 } // namespace
 
-/// A cached prepared statement, reset for its next use when this goes out of scope.
+/// A cached prepared statement with its parameters bound in order (?1, ?2, ...),
+/// reset for its next use when this goes out of scope.
 class HiveStore::Statement
 {
 public:
-    explicit Statement(sqlite3_stmt* stmt) : m_pStmt(stmt) {}
+    template <typename... Values>
+    explicit Statement(sqlite3_stmt* stmt, const Values&... values) : m_pStmt(stmt)
+    {
+        int index = 0;
+        (Bind(++index, values), ...);
+    }
     ~Statement()
     {
         if (m_pStmt) {
@@ -53,8 +82,28 @@ public:
     Statement(const Statement&) = delete;
     Statement& operator=(const Statement&) = delete;
 
-    bool IsValid() const { return m_pStmt != nullptr; }
-    // A statement that failed to prepare binds nothing and steps to an error.
+    // A statement that failed to prepare binds nothing and steps to an error,
+    // which every caller reports as the failure of its read or write.
+    int Step() { return m_pStmt ? sqlite3_step(m_pStmt) : SQLITE_ERROR; }
+    /// Steps to the first row: ERROR_SUCCESS on a row, `whenNoRow` without one.
+    LONG FirstRow(LONG whenNoRow) { return RowResult(Step(), whenNoRow); }
+    qint64 Int(int column) const { return sqlite3_column_int64(m_pStmt, column); }
+    QString Text(int column) const
+    {
+        const void* text = sqlite3_column_text16(m_pStmt, column);
+        const int bytes = sqlite3_column_bytes16(m_pStmt, column);
+        return QString::fromUtf16(static_cast<const char16_t*>(text), bytes / 2);
+    }
+    QByteArray Blob(int column) const
+    {
+        const void* data = sqlite3_column_blob(m_pStmt, column);
+        const int bytes = sqlite3_column_bytes(m_pStmt, column);
+        return QByteArray(static_cast<const char*>(data), bytes);
+    }
+    /// The row's columns name, type and data as one value.
+    HiveValue Value() const { return HiveValue{Text(0), static_cast<DWORD>(Int(1)), Blob(2)}; }
+
+private:
     void Bind(int index, qint64 value)
     {
         if (m_pStmt)
@@ -70,22 +119,7 @@ public:
         if (m_pStmt)
             sqlite3_bind_blob(m_pStmt, index, data.constData(), data.size(), SQLITE_TRANSIENT);
     }
-    int Step() { return m_pStmt ? sqlite3_step(m_pStmt) : SQLITE_ERROR; }
-    qint64 Int(int column) const { return sqlite3_column_int64(m_pStmt, column); }
-    QString Text(int column) const
-    {
-        const void* text = sqlite3_column_text16(m_pStmt, column);
-        const int bytes = sqlite3_column_bytes16(m_pStmt, column);
-        return QString::fromUtf16(static_cast<const char16_t*>(text), bytes / 2);
-    }
-    QByteArray Blob(int column) const
-    {
-        const void* data = sqlite3_column_blob(m_pStmt, column);
-        const int bytes = sqlite3_column_bytes(m_pStmt, column);
-        return QByteArray(static_cast<const char*>(data), bytes);
-    }
 
-private:
     sqlite3_stmt* m_pStmt;
 };
 
@@ -231,344 +265,237 @@ sqlite3_stmt* HiveStore::Prepare(const char* sql)
     return stmt;
 }
 
-LONG HiveStore::Failure(int sqliteCode, LONG fallback) const
+template <typename Body> LONG HiveStore::Read(qint64 key, LONG withoutDatabase, Body body)
 {
-    switch (sqliteCode & 0xff) {
-    case SQLITE_READONLY:
-    case SQLITE_PERM:
-    case SQLITE_AUTH:
-        return ERROR_ACCESS_DENIED;
-    case SQLITE_NOMEM:
-        return ERROR_OUTOFMEMORY;
-    default:
-        return fallback;
-    }
+    std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    if (!m_pDb)
+        return withoutDatabase;
+    Transaction txn(m_pDb, false);
+    if (txn.Result() != SQLITE_OK)
+        return Failure(txn.Result(), ERROR_CANTREAD);
+    const LONG result = KeyExists(key);
+    return result == ERROR_SUCCESS ? body() : result;
 }
 
-LONG HiveStore::KeyExists(qint64 key)
+template <typename Body> LONG HiveStore::Write(qint64 key, LONG withoutWritableDatabase, Body body)
 {
-    Statement stmt(Prepare("SELECT 1 FROM keys WHERE id = ?1"));
-    if (!stmt.IsValid())
-        return ERROR_CANTREAD;
-    stmt.Bind(1, key);
-    const int rc = stmt.Step();
-    if (rc == SQLITE_ROW)
-        return ERROR_SUCCESS;
-    return rc == SQLITE_DONE ? ERROR_KEY_DELETED : Failure(rc, ERROR_CANTREAD);
+    std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    if (!m_pDb || m_bReadOnly)
+        return withoutWritableDatabase;
+    Transaction txn(m_pDb, true);
+    if (txn.Result() != SQLITE_OK)
+        return Failure(txn.Result(), ERROR_CANTWRITE);
+    LONG result = KeyExists(key);
+    if (result == ERROR_SUCCESS)
+        result = body();
+    if (result != ERROR_SUCCESS)
+        return result;
+    return txn.Commit() == SQLITE_OK ? ERROR_SUCCESS : ERROR_CANTWRITE;
 }
 
-LONG HiveStore::FindChild(qint64 parent, const QString& name, qint64* child)
+template <typename... Values> LONG HiveStore::Change(const char* sql, const Values&... values)
 {
-    Statement stmt(Prepare("SELECT id FROM keys WHERE parent = ?1 AND upper = ?2"));
-    if (!stmt.IsValid())
-        return ERROR_CANTREAD;
-    stmt.Bind(1, parent);
-    stmt.Bind(2, UpperName(name));
-    const int rc = stmt.Step();
-    if (rc == SQLITE_ROW) {
-        *child = stmt.Int(0);
-        return ERROR_SUCCESS;
-    }
-    return rc == SQLITE_DONE ? ERROR_FILE_NOT_FOUND : Failure(rc, ERROR_CANTREAD);
-}
-
-LONG HiveStore::InsertChild(qint64 parent, const QString& name, qint64* child)
-{
-    Statement stmt(Prepare("INSERT INTO keys(parent, name, upper, written) VALUES(?1, ?2, ?3, ?4)"));
-    if (!stmt.IsValid())
-        return ERROR_CANTWRITE;
-    stmt.Bind(1, parent);
-    stmt.Bind(2, name);
-    stmt.Bind(3, UpperName(name));
-    stmt.Bind(4, NowAsFileTime());
-    const int rc = stmt.Step();
-    if (rc != SQLITE_DONE)
-        return Failure(rc, ERROR_CANTWRITE);
-    *child = sqlite3_last_insert_rowid(m_pDb);
-    return TouchKey(parent);
-}
-
-LONG HiveStore::HasChildren(qint64 key, bool* has)
-{
-    Statement stmt(Prepare("SELECT 1 FROM keys WHERE parent = ?1 LIMIT 1"));
-    if (!stmt.IsValid())
-        return ERROR_CANTREAD;
-    stmt.Bind(1, key);
-    const int rc = stmt.Step();
-    if (rc != SQLITE_ROW && rc != SQLITE_DONE)
-        return Failure(rc, ERROR_CANTREAD);
-    *has = rc == SQLITE_ROW;
-    return ERROR_SUCCESS;
-}
-
-LONG HiveStore::TouchKey(qint64 key)
-{
-    Statement stmt(Prepare("UPDATE keys SET written = ?2 WHERE id = ?1"));
-    if (!stmt.IsValid())
-        return ERROR_CANTWRITE;
-    stmt.Bind(1, key);
-    stmt.Bind(2, NowAsFileTime());
+    Statement stmt(Prepare(sql), values...);
     const int rc = stmt.Step();
     return rc == SQLITE_DONE ? ERROR_SUCCESS : Failure(rc, ERROR_CANTWRITE);
 }
 
+LONG HiveStore::KeyExists(qint64 key)
+{
+    return Statement(Prepare("SELECT 1 FROM keys WHERE id = ?1"), key).FirstRow(ERROR_KEY_DELETED);
+}
+
+LONG HiveStore::FindChild(qint64 parent, const QString& name, qint64* child)
+{
+    Statement stmt(Prepare("SELECT id FROM keys WHERE parent = ?1 AND upper = ?2"), parent, UpperName(name));
+    const LONG result = stmt.FirstRow(ERROR_FILE_NOT_FOUND);
+    if (result == ERROR_SUCCESS)
+        *child = stmt.Int(0);
+    return result;
+}
+
+LONG HiveStore::FindPath(const QStringList& path, qint64* key, qint64* owner)
+{
+    LONG result = ERROR_SUCCESS;
+    for (int i = 0; result == ERROR_SUCCESS && i < path.size(); ++i) {
+        *owner = *key;
+        result = FindChild(*key, path.at(i), key);
+    }
+    return result;
+}
+
+LONG HiveStore::InsertChild(qint64 parent, const QString& name, qint64* child)
+{
+    const LONG result = Change("INSERT INTO keys(parent, name, upper, written) VALUES(?1, ?2, ?3, ?4)",
+                               parent, name, UpperName(name), NowAsFileTime());
+    if (result != ERROR_SUCCESS)
+        return result;
+    *child = sqlite3_last_insert_rowid(m_pDb);
+    return TouchKey(parent);
+}
+
+LONG HiveStore::CheckRemovable(qint64 key)
+{
+    if (key == RootKey)
+        return ERROR_ACCESS_DENIED;
+    Statement stmt(Prepare("SELECT 1 FROM keys WHERE parent = ?1 LIMIT 1"), key);
+    const int rc = stmt.Step();
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+        return Failure(rc, ERROR_CANTREAD);
+    return rc == SQLITE_ROW ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+}
+
+LONG HiveStore::RemoveKey(qint64 key, qint64 owner)
+{
+    LONG result = Change("DELETE FROM vals WHERE key = ?1", key);
+    if (result == ERROR_SUCCESS)
+        result = Change("DELETE FROM keys WHERE id = ?1", key);
+    return result == ERROR_SUCCESS ? TouchKey(owner) : result;
+}
+
+LONG HiveStore::TouchKey(qint64 key)
+{
+    return Change("UPDATE keys SET written = ?2 WHERE id = ?1", key, NowAsFileTime());
+}
+
 LONG HiveStore::CheckKey(qint64 key)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    if (!m_pDb)
-        return key == RootKey ? ERROR_SUCCESS : ERROR_KEY_DELETED;
-    Transaction txn(m_pDb, false);
-    if (txn.Result() != SQLITE_OK)
-        return Failure(txn.Result(), ERROR_CANTREAD);
-    return KeyExists(key);
+    return Read(key, key == RootKey ? ERROR_SUCCESS : ERROR_KEY_DELETED,
+                []() -> LONG { return ERROR_SUCCESS; });
 }
 
 LONG HiveStore::OpenKey(qint64 parent, const QStringList& path, qint64* key)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    if (!m_pDb)
-        return path.isEmpty() ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
-    Transaction txn(m_pDb, false);
-    if (txn.Result() != SQLITE_OK)
-        return Failure(txn.Result(), ERROR_CANTREAD);
-    LONG result = KeyExists(parent);
+    return Read(parent, path.isEmpty() ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND, [&]() -> LONG {
+        qint64 found = parent;
+        qint64 owner = parent;
+        const LONG result = FindPath(path, &found, &owner);
+        if (result == ERROR_SUCCESS)
+            *key = found;
+        return result;
+    });
+}
+
+LONG HiveStore::CreateKey(qint64 parent, const QStringList& path, qint64* key)
+{
     qint64 current = parent;
-    for (int i = 0; result == ERROR_SUCCESS && i < path.size(); ++i)
-        result = FindChild(current, path.at(i), &current);
+    const LONG result = Write(parent, ERROR_ACCESS_DENIED, [&]() -> LONG {
+        LONG step = ERROR_SUCCESS;
+        for (int i = 0; step == ERROR_SUCCESS && i < path.size(); ++i) {
+            step = FindChild(current, path.at(i), &current);
+            if (step == ERROR_FILE_NOT_FOUND)
+                step = InsertChild(current, path.at(i), &current);
+        }
+        return step;
+    });
     if (result == ERROR_SUCCESS)
         *key = current;
     return result;
 }
 
-LONG HiveStore::CreateKey(qint64 parent, const QStringList& path, qint64* key)
-{
-    std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    if (!m_pDb || m_bReadOnly)
-        return ERROR_ACCESS_DENIED;
-    Transaction txn(m_pDb, true);
-    if (txn.Result() != SQLITE_OK)
-        return Failure(txn.Result(), ERROR_CANTWRITE);
-    LONG result = KeyExists(parent);
-    qint64 current = parent;
-    for (int i = 0; result == ERROR_SUCCESS && i < path.size(); ++i) {
-        result = FindChild(current, path.at(i), &current);
-        if (result == ERROR_FILE_NOT_FOUND)
-            result = InsertChild(current, path.at(i), &current);
-    }
-    if (result != ERROR_SUCCESS)
-        return result;
-    if (txn.Commit() != SQLITE_OK)
-        return ERROR_CANTWRITE;
-    *key = current;
-    return ERROR_SUCCESS;
-}
-
 LONG HiveStore::DeleteKey(qint64 parent, const QStringList& path)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    if (!m_pDb || m_bReadOnly)
-        return path.isEmpty() ? ERROR_ACCESS_DENIED : ERROR_FILE_NOT_FOUND;
-    Transaction txn(m_pDb, true);
-    if (txn.Result() != SQLITE_OK)
-        return Failure(txn.Result(), ERROR_CANTWRITE);
-    LONG result = KeyExists(parent);
-    qint64 target = parent;
-    qint64 owner = parent;
-    for (int i = 0; result == ERROR_SUCCESS && i < path.size(); ++i) {
-        owner = target;
-        result = FindChild(target, path.at(i), &target);
-    }
-    if (result != ERROR_SUCCESS)
-        return result;
-    bool hasChildren = false;
-    if (target == RootKey)
-        return ERROR_ACCESS_DENIED;
-    if ((result = HasChildren(target, &hasChildren)) != ERROR_SUCCESS)
-        return result;
-    if (hasChildren)
-        return ERROR_ACCESS_DENIED;
-    if (path.isEmpty()) {
-        Statement parentOf(Prepare("SELECT parent FROM keys WHERE id = ?1"));
-        parentOf.Bind(1, target);
-        if (parentOf.Step() == SQLITE_ROW)
-            owner = parentOf.Int(0);
-    }
-    Statement values(Prepare("DELETE FROM vals WHERE key = ?1"));
-    values.Bind(1, target);
-    int rc = values.Step();
-    if (rc != SQLITE_DONE)
-        return Failure(rc, ERROR_CANTWRITE);
-    Statement keys(Prepare("DELETE FROM keys WHERE id = ?1"));
-    keys.Bind(1, target);
-    rc = keys.Step();
-    if (rc != SQLITE_DONE)
-        return Failure(rc, ERROR_CANTWRITE);
-    if ((result = TouchKey(owner)) != ERROR_SUCCESS)
-        return result;
-    return txn.Commit() == SQLITE_OK ? ERROR_SUCCESS : ERROR_CANTWRITE;
+    return Write(parent, path.isEmpty() ? ERROR_ACCESS_DENIED : ERROR_FILE_NOT_FOUND, [&]() -> LONG {
+        qint64 target = parent;
+        qint64 owner = parent;
+        LONG result = FindPath(path, &target, &owner);
+        if (result == ERROR_SUCCESS)
+            result = CheckRemovable(target);
+        if (result != ERROR_SUCCESS)
+            return result;
+        if (path.isEmpty()) {
+            Statement parentOf(Prepare("SELECT parent FROM keys WHERE id = ?1"), target);
+            if (parentOf.Step() == SQLITE_ROW)
+                owner = parentOf.Int(0);
+        }
+        return RemoveKey(target, owner);
+    });
 }
 
 LONG HiveStore::QueryValue(qint64 key, const QString& name, HiveValue* value)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    if (!m_pDb)
-        return ERROR_FILE_NOT_FOUND;
-    Transaction txn(m_pDb, false);
-    if (txn.Result() != SQLITE_OK)
-        return Failure(txn.Result(), ERROR_CANTREAD);
-    const LONG result = KeyExists(key);
-    if (result != ERROR_SUCCESS)
+    return Read(key, ERROR_FILE_NOT_FOUND, [&]() -> LONG {
+        Statement stmt(Prepare("SELECT name, type, data FROM vals WHERE key = ?1 AND upper = ?2"), key,
+                       UpperName(name));
+        const LONG result = stmt.FirstRow(ERROR_FILE_NOT_FOUND);
+        if (result == ERROR_SUCCESS)
+            *value = stmt.Value();
         return result;
-    Statement stmt(Prepare("SELECT name, type, data FROM vals WHERE key = ?1 AND upper = ?2"));
-    if (!stmt.IsValid())
-        return ERROR_CANTREAD;
-    stmt.Bind(1, key);
-    stmt.Bind(2, UpperName(name));
-    const int rc = stmt.Step();
-    if (rc != SQLITE_ROW)
-        return rc == SQLITE_DONE ? ERROR_FILE_NOT_FOUND : Failure(rc, ERROR_CANTREAD);
-    value->name = stmt.Text(0);
-    value->type = static_cast<DWORD>(stmt.Int(1));
-    value->data = stmt.Blob(2);
-    return ERROR_SUCCESS;
+    });
 }
 
 LONG HiveStore::SetValue(qint64 key, const QString& name, DWORD type, const QByteArray& data)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    if (!m_pDb || m_bReadOnly)
-        return ERROR_ACCESS_DENIED;
-    Transaction txn(m_pDb, true);
-    if (txn.Result() != SQLITE_OK)
-        return Failure(txn.Result(), ERROR_CANTWRITE);
-    LONG result = KeyExists(key);
-    if (result != ERROR_SUCCESS)
-        return result;
-    // An existing value keeps its name as first written and its place in the enumeration.
-    Statement update(Prepare("UPDATE vals SET type = ?3, data = ?4 WHERE key = ?1 AND upper = ?2"));
-    update.Bind(1, key);
-    update.Bind(2, UpperName(name));
-    update.Bind(3, static_cast<qint64>(type));
-    update.Bind(4, data);
-    int rc = update.Step();
-    if (rc != SQLITE_DONE)
-        return Failure(rc, ERROR_CANTWRITE);
-    if (sqlite3_changes(m_pDb) == 0) {
-        Statement insert(
-            Prepare("INSERT INTO vals(key, name, upper, type, data) VALUES(?1, ?2, ?3, ?4, ?5)"));
-        insert.Bind(1, key);
-        insert.Bind(2, name);
-        insert.Bind(3, UpperName(name));
-        insert.Bind(4, static_cast<qint64>(type));
-        insert.Bind(5, data);
-        rc = insert.Step();
-        if (rc != SQLITE_DONE)
-            return Failure(rc, ERROR_CANTWRITE);
-    }
-    if ((result = TouchKey(key)) != ERROR_SUCCESS)
-        return result;
-    return txn.Commit() == SQLITE_OK ? ERROR_SUCCESS : ERROR_CANTWRITE;
+    return Write(key, ERROR_ACCESS_DENIED, [&]() -> LONG {
+        const QString upper = UpperName(name);
+        // An existing value keeps its name as first written and its place in the enumeration.
+        LONG result = Change("UPDATE vals SET type = ?3, data = ?4 WHERE key = ?1 AND upper = ?2", key, upper,
+                             static_cast<qint64>(type), data);
+        if (result == ERROR_SUCCESS && sqlite3_changes(m_pDb) == 0)
+            result = Change("INSERT INTO vals(key, name, upper, type, data) VALUES(?1, ?2, ?3, ?4, ?5)", key,
+                            name, upper, static_cast<qint64>(type), data);
+        return result == ERROR_SUCCESS ? TouchKey(key) : result;
+    });
 }
 
 LONG HiveStore::DeleteValue(qint64 key, const QString& name)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    if (!m_pDb || m_bReadOnly)
-        return m_pDb ? ERROR_ACCESS_DENIED : ERROR_FILE_NOT_FOUND;
-    Transaction txn(m_pDb, true);
-    if (txn.Result() != SQLITE_OK)
-        return Failure(txn.Result(), ERROR_CANTWRITE);
-    LONG result = KeyExists(key);
-    if (result != ERROR_SUCCESS)
-        return result;
-    Statement stmt(Prepare("DELETE FROM vals WHERE key = ?1 AND upper = ?2"));
-    stmt.Bind(1, key);
-    stmt.Bind(2, UpperName(name));
-    const int rc = stmt.Step();
-    if (rc != SQLITE_DONE)
-        return Failure(rc, ERROR_CANTWRITE);
-    if (sqlite3_changes(m_pDb) == 0)
-        return ERROR_FILE_NOT_FOUND;
-    if ((result = TouchKey(key)) != ERROR_SUCCESS)
-        return result;
-    return txn.Commit() == SQLITE_OK ? ERROR_SUCCESS : ERROR_CANTWRITE;
+    // m_pDb is set once, when the store is opened.
+    return Write(key, m_pDb ? ERROR_ACCESS_DENIED : ERROR_FILE_NOT_FOUND, [&]() -> LONG {
+        LONG result = Change("DELETE FROM vals WHERE key = ?1 AND upper = ?2", key, UpperName(name));
+        if (result == ERROR_SUCCESS && sqlite3_changes(m_pDb) == 0)
+            result = ERROR_FILE_NOT_FOUND;
+        return result == ERROR_SUCCESS ? TouchKey(key) : result;
+    });
 }
 
 LONG HiveStore::EnumKey(qint64 key, DWORD index, QString* name, qint64* lastWriteTime)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    if (!m_pDb)
-        return ERROR_NO_MORE_ITEMS;
-    Transaction txn(m_pDb, false);
-    if (txn.Result() != SQLITE_OK)
-        return Failure(txn.Result(), ERROR_CANTREAD);
-    const LONG result = KeyExists(key);
-    if (result != ERROR_SUCCESS)
+    return Read(key, ERROR_NO_MORE_ITEMS, [&]() -> LONG {
+        // Upper-case names compare as Windows sorts sub-keys: by code unit after upper-casing.
+        Statement stmt(
+            Prepare("SELECT name, written FROM keys WHERE parent = ?1 ORDER BY upper LIMIT 1 OFFSET ?2"), key,
+            static_cast<qint64>(index));
+        const LONG result = stmt.FirstRow(ERROR_NO_MORE_ITEMS);
+        if (result == ERROR_SUCCESS) {
+            *name = stmt.Text(0);
+            *lastWriteTime = stmt.Int(1);
+        }
         return result;
-    // Upper-case names compare as Windows sorts sub-keys: by code unit after upper-casing.
-    Statement stmt(
-        Prepare("SELECT name, written FROM keys WHERE parent = ?1 ORDER BY upper LIMIT 1 OFFSET ?2"));
-    stmt.Bind(1, key);
-    stmt.Bind(2, static_cast<qint64>(index));
-    const int rc = stmt.Step();
-    if (rc != SQLITE_ROW)
-        return rc == SQLITE_DONE ? ERROR_NO_MORE_ITEMS : Failure(rc, ERROR_CANTREAD);
-    *name = stmt.Text(0);
-    *lastWriteTime = stmt.Int(1);
-    return ERROR_SUCCESS;
+    });
 }
 
 LONG HiveStore::EnumValue(qint64 key, DWORD index, HiveValue* value)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    if (!m_pDb)
-        return ERROR_NO_MORE_ITEMS;
-    Transaction txn(m_pDb, false);
-    if (txn.Result() != SQLITE_OK)
-        return Failure(txn.Result(), ERROR_CANTREAD);
-    const LONG result = KeyExists(key);
-    if (result != ERROR_SUCCESS)
+    return Read(key, ERROR_NO_MORE_ITEMS, [&]() -> LONG {
+        Statement stmt(
+            Prepare("SELECT name, type, data FROM vals WHERE key = ?1 ORDER BY id LIMIT 1 OFFSET ?2"), key,
+            static_cast<qint64>(index));
+        const LONG result = stmt.FirstRow(ERROR_NO_MORE_ITEMS);
+        if (result == ERROR_SUCCESS)
+            *value = stmt.Value();
         return result;
-    Statement stmt(Prepare("SELECT name, type, data FROM vals WHERE key = ?1 ORDER BY id LIMIT 1 OFFSET ?2"));
-    stmt.Bind(1, key);
-    stmt.Bind(2, static_cast<qint64>(index));
-    const int rc = stmt.Step();
-    if (rc != SQLITE_ROW)
-        return rc == SQLITE_DONE ? ERROR_NO_MORE_ITEMS : Failure(rc, ERROR_CANTREAD);
-    value->name = stmt.Text(0);
-    value->type = static_cast<DWORD>(stmt.Int(1));
-    value->data = stmt.Blob(2);
-    return ERROR_SUCCESS;
+    });
 }
 
 LONG HiveStore::QueryInfo(qint64 key, HiveKeyInfo* info)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_mutex);
     *info = HiveKeyInfo();
-    if (!m_pDb)
+    return Read(key, ERROR_SUCCESS, [&]() -> LONG {
+        Statement keys(Prepare("SELECT name FROM keys WHERE parent = ?1"), key);
+        while (keys.Step() == SQLITE_ROW) {
+            ++info->subKeys;
+            info->maxSubKeyLen = std::max<DWORD>(info->maxSubKeyLen, keys.Text(0).size());
+        }
+        Statement values(Prepare("SELECT name, length(data) FROM vals WHERE key = ?1"), key);
+        while (values.Step() == SQLITE_ROW) {
+            ++info->values;
+            info->maxValueNameLen = std::max<DWORD>(info->maxValueNameLen, values.Text(0).size());
+            info->maxValueLen = std::max<DWORD>(info->maxValueLen, static_cast<DWORD>(values.Int(1)));
+        }
+        Statement written(Prepare("SELECT written FROM keys WHERE id = ?1"), key);
+        if (written.Step() == SQLITE_ROW)
+            info->lastWriteTime = written.Int(0);
         return ERROR_SUCCESS;
-    Transaction txn(m_pDb, false);
-    if (txn.Result() != SQLITE_OK)
-        return Failure(txn.Result(), ERROR_CANTREAD);
-    const LONG result = KeyExists(key);
-    if (result != ERROR_SUCCESS)
-        return result;
-    Statement keys(Prepare("SELECT name FROM keys WHERE parent = ?1"));
-    keys.Bind(1, key);
-    while (keys.Step() == SQLITE_ROW) {
-        ++info->subKeys;
-        info->maxSubKeyLen = std::max<DWORD>(info->maxSubKeyLen, keys.Text(0).size());
-    }
-    Statement values(Prepare("SELECT name, length(data) FROM vals WHERE key = ?1"));
-    values.Bind(1, key);
-    while (values.Step() == SQLITE_ROW) {
-        ++info->values;
-        info->maxValueNameLen = std::max<DWORD>(info->maxValueNameLen, values.Text(0).size());
-        info->maxValueLen = std::max<DWORD>(info->maxValueLen, static_cast<DWORD>(values.Int(1)));
-    }
-    Statement written(Prepare("SELECT written FROM keys WHERE id = ?1"));
-    written.Bind(1, key);
-    if (written.Step() == SQLITE_ROW)
-        info->lastWriteTime = written.Int(0);
-    return ERROR_SUCCESS;
+    });
 }

@@ -92,12 +92,26 @@ private:
     LONG Open(bool ownerOnly);
     LONG CreateSchema();
     sqlite3_stmt* Prepare(const char* sql);
-    LONG Failure(int sqliteCode, LONG fallback) const;
+
+    /// Runs `body` under the lock in a read transaction once `key` is known to exist;
+    /// `withoutDatabase` is the answer when the hive could not be opened.
+    template <typename Body> LONG Read(qint64 key, LONG withoutDatabase, Body body);
+    /// Runs `body` under the lock in a write transaction once `key` is known to exist,
+    /// and commits when it succeeds; `withoutWritableDatabase` is the answer when the
+    /// hive could not be opened or is read-only.
+    template <typename Body> LONG Write(qint64 key, LONG withoutWritableDatabase, Body body);
+    /// Runs one INSERT, UPDATE or DELETE with its parameters.
+    template <typename... Values> LONG Change(const char* sql, const Values&... values);
 
     LONG KeyExists(qint64 key);
     LONG FindChild(qint64 parent, const QString& name, qint64* child);
+    /// Follows `path` down from `*key`; `*owner` becomes the parent of the key found.
+    LONG FindPath(const QStringList& path, qint64* key, qint64* owner);
     LONG InsertChild(qint64 parent, const QString& name, qint64* child);
-    LONG HasChildren(qint64 key, bool* has);
+    /// ERROR_ACCESS_DENIED for the root key and for a key with sub-keys.
+    LONG CheckRemovable(qint64 key);
+    /// Deletes `key` and its values and marks `owner` as written.
+    LONG RemoveKey(qint64 key, qint64 owner);
     LONG TouchKey(qint64 key);
 
     QString m_sPath;
