@@ -81,9 +81,27 @@ LONG FindWithAccess(HKEY hKey, REGSAM access, KeyHandle* handle)
     return (handle->access & access) == access ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
 }
 
+/// Runs `operation(store, key)` on the key of `hKey` once the handle is found
+/// and was opened with `access`.
+template <typename Operation> LONG OnKey(HKEY hKey, REGSAM access, Operation operation)
+{
+    KeyHandle handle;
+    const LONG result = FindWithAccess(hKey, access, &handle);
+    return result == ERROR_SUCCESS ? operation(*handle.store, handle.key) : result;
+}
+
 REGSAM EffectiveAccess(REGSAM desired)
 {
     return (desired & MAXIMUM_ALLOWED) ? KEY_ALL_ACCESS : desired;
+}
+
+/// Clears the caller's handle variable; false when there is none.
+bool ClearResult(PHKEY phkResult)
+{
+    if (!phkResult)
+        return false;
+    *phkResult = nullptr;
+    return true;
 }
 
 /// Copies a name with its terminating zero when `*count` characters leave room for both.
@@ -115,6 +133,14 @@ LONG CopyData(const QByteArray& data, LPBYTE buffer, LPDWORD size)
     return ERROR_SUCCESS;
 }
 
+/// The type and data of a value, as RegQueryValueExW and RegEnumValueW hand them out.
+LONG CopyTypeAndData(const HiveValue& value, LPDWORD type, LPBYTE buffer, LPDWORD size)
+{
+    if (type)
+        *type = value.type;
+    return CopyData(value.data, buffer, size);
+}
+
 void SetFileTime(qint64 value, PFILETIME time)
 {
     if (!time)
@@ -123,66 +149,54 @@ void SetFileTime(qint64 value, PFILETIME time)
     time->dwHighDateTime = static_cast<DWORD>(static_cast<quint64>(value) >> 32);
 }
 
-LONG OpenSubKey(HKEY hKey, LPCWSTR lpSubKey, REGSAM access, PHKEY phkResult)
+/// Opens, or with `create` creates, the key `path` below `hKey` and hands out a new
+/// handle with `granted` access to it; the parent handle must hold `required`.
+LONG OpenSubKey(HKEY hKey, const QStringList& path, REGSAM required, bool create, REGSAM granted,
+                PHKEY phkResult)
 {
     KeyHandle parent;
-    LONG result = HandleTable::Instance().Find(hKey, &parent);
-    if (result != ERROR_SUCCESS)
-        return result;
+    LONG result = FindWithAccess(hKey, required, &parent);
     qint64 key = 0;
-    result = parent.store->OpenKey(parent.key, HiveStore::SplitPath(FromWide(lpSubKey)), &key);
-    if (result != ERROR_SUCCESS)
-        return result;
-    *phkResult = HandleTable::Instance().Add(KeyHandle{parent.store, key, access});
-    return ERROR_SUCCESS;
+    if (result == ERROR_SUCCESS)
+        result = create ? parent.store->CreateKey(parent.key, path, &key)
+                        : parent.store->OpenKey(parent.key, path, &key);
+    if (result == ERROR_SUCCESS)
+        *phkResult = HandleTable::Instance().Add(KeyHandle{parent.store, key, granted});
+    return result;
 }
 
 } // namespace
 
 LONG RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD /*ulOptions*/, REGSAM samDesired, PHKEY phkResult)
 {
-    if (!phkResult)
+    if (!ClearResult(phkResult))
         return ERROR_INVALID_PARAMETER;
-    *phkResult = nullptr;
-    return OpenSubKey(hKey, lpSubKey, EffectiveAccess(samDesired), phkResult);
+    return OpenSubKey(hKey, HiveStore::SplitPath(FromWide(lpSubKey)), 0, false, EffectiveAccess(samDesired),
+                      phkResult);
 }
 
 LONG RegOpenKeyW(HKEY hKey, LPCWSTR lpSubKey, PHKEY phkResult)
 {
-    if (!phkResult)
+    if (!ClearResult(phkResult))
         return ERROR_INVALID_PARAMETER;
-    *phkResult = nullptr;
-    if (HiveStore::SplitPath(FromWide(lpSubKey)).isEmpty()) {
-        // Without a sub-key the caller gets its own handle back, not a new one.
-        KeyHandle handle;
-        LONG result = HandleTable::Instance().Find(hKey, &handle);
-        if (result == ERROR_SUCCESS)
-            result = handle.store->CheckKey(handle.key);
-        if (result == ERROR_SUCCESS)
-            *phkResult = hKey;
-        return result;
-    }
-    return OpenSubKey(hKey, lpSubKey, KEY_ALL_ACCESS, phkResult);
+    const QStringList path = HiveStore::SplitPath(FromWide(lpSubKey));
+    if (!path.isEmpty())
+        return OpenSubKey(hKey, path, 0, false, KEY_ALL_ACCESS, phkResult);
+    // Without a sub-key the caller gets its own handle back, not a new one.
+    const LONG result = OnKey(hKey, 0, [](HiveStore& store, qint64 key) { return store.CheckKey(key); });
+    if (result == ERROR_SUCCESS)
+        *phkResult = hKey;
+    return result;
 }
 
 LONG RegCreateKeyW(HKEY hKey, LPCWSTR lpSubKey, PHKEY phkResult)
 {
-    if (!phkResult)
+    if (!ClearResult(phkResult))
         return ERROR_INVALID_PARAMETER;
-    *phkResult = nullptr;
     const QStringList path = HiveStore::SplitPath(FromWide(lpSubKey));
     if (path.isEmpty())
         return RegOpenKeyW(hKey, lpSubKey, phkResult);
-    KeyHandle parent;
-    LONG result = FindWithAccess(hKey, KEY_CREATE_SUB_KEY, &parent);
-    if (result != ERROR_SUCCESS)
-        return result;
-    qint64 key = 0;
-    result = parent.store->CreateKey(parent.key, path, &key);
-    if (result != ERROR_SUCCESS)
-        return result;
-    *phkResult = HandleTable::Instance().Add(KeyHandle{parent.store, key, KEY_ALL_ACCESS});
-    return ERROR_SUCCESS;
+    return OpenSubKey(hKey, path, KEY_CREATE_SUB_KEY, true, KEY_ALL_ACCESS, phkResult);
 }
 
 LONG RegQueryValueExW(HKEY hKey, LPCWSTR lpValueName, LPDWORD lpReserved, LPDWORD lpType, LPBYTE lpData,
@@ -190,17 +204,11 @@ LONG RegQueryValueExW(HKEY hKey, LPCWSTR lpValueName, LPDWORD lpReserved, LPDWOR
 {
     if (lpReserved || (lpData && !lpcbData))
         return ERROR_INVALID_PARAMETER;
-    KeyHandle handle;
-    LONG result = FindWithAccess(hKey, KEY_QUERY_VALUE, &handle);
-    if (result != ERROR_SUCCESS)
-        return result;
     HiveValue value;
-    result = handle.store->QueryValue(handle.key, FromWide(lpValueName), &value);
-    if (result != ERROR_SUCCESS)
-        return result;
-    if (lpType)
-        *lpType = value.type;
-    return CopyData(value.data, lpData, lpcbData);
+    const LONG result = OnKey(hKey, KEY_QUERY_VALUE, [&](HiveStore& store, qint64 key) {
+        return store.QueryValue(key, FromWide(lpValueName), &value);
+    });
+    return result == ERROR_SUCCESS ? CopyTypeAndData(value, lpType, lpData, lpcbData) : result;
 }
 
 LONG RegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD /*Reserved*/, DWORD dwType, const BYTE* lpData,
@@ -208,32 +216,25 @@ LONG RegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD /*Reserved*/, DWORD dw
 {
     if (!lpData && cbData > 0)
         return ERROR_INVALID_PARAMETER;
-    KeyHandle handle;
-    const LONG result = FindWithAccess(hKey, KEY_SET_VALUE, &handle);
-    if (result != ERROR_SUCCESS)
-        return result;
-    const QByteArray data(reinterpret_cast<const char*>(lpData), lpData ? static_cast<int>(cbData) : 0);
-    return handle.store->SetValue(handle.key, FromWide(lpValueName), dwType, data);
+    return OnKey(hKey, KEY_SET_VALUE, [&](HiveStore& store, qint64 key) {
+        const QByteArray data(reinterpret_cast<const char*>(lpData), lpData ? static_cast<int>(cbData) : 0);
+        return store.SetValue(key, FromWide(lpValueName), dwType, data);
+    });
 }
 
 LONG RegDeleteValueW(HKEY hKey, LPCWSTR lpValueName)
 {
-    KeyHandle handle;
-    const LONG result = FindWithAccess(hKey, KEY_SET_VALUE, &handle);
-    if (result != ERROR_SUCCESS)
-        return result;
-    return handle.store->DeleteValue(handle.key, FromWide(lpValueName));
+    return OnKey(hKey, KEY_SET_VALUE,
+                 [&](HiveStore& store, qint64 key) { return store.DeleteValue(key, FromWide(lpValueName)); });
 }
 
 LONG RegDeleteKeyW(HKEY hKey, LPCWSTR lpSubKey)
 {
     if (!lpSubKey)
         return ERROR_INVALID_PARAMETER;
-    KeyHandle handle;
-    const LONG result = HandleTable::Instance().Find(hKey, &handle);
-    if (result != ERROR_SUCCESS)
-        return result;
-    return handle.store->DeleteKey(handle.key, HiveStore::SplitPath(FromWide(lpSubKey)));
+    return OnKey(hKey, 0, [&](HiveStore& store, qint64 key) {
+        return store.DeleteKey(key, HiveStore::SplitPath(FromWide(lpSubKey)));
+    });
 }
 
 LONG RegEnumKeyExW(HKEY hKey, DWORD dwIndex, LPWSTR lpName, LPDWORD lpcchName, LPDWORD lpReserved,
@@ -241,16 +242,13 @@ LONG RegEnumKeyExW(HKEY hKey, DWORD dwIndex, LPWSTR lpName, LPDWORD lpcchName, L
 {
     if (!lpName || !lpcchName || lpReserved)
         return ERROR_INVALID_PARAMETER;
-    KeyHandle handle;
-    LONG result = FindWithAccess(hKey, KEY_ENUMERATE_SUB_KEYS, &handle);
-    if (result != ERROR_SUCCESS)
-        return result;
     QString name;
     qint64 written = 0;
-    result = handle.store->EnumKey(handle.key, dwIndex, &name, &written);
-    if (result != ERROR_SUCCESS)
-        return result;
-    result = CopyName(name, lpName, lpcchName);
+    LONG result = OnKey(hKey, KEY_ENUMERATE_SUB_KEYS, [&](HiveStore& store, qint64 key) {
+        return store.EnumKey(key, dwIndex, &name, &written);
+    });
+    if (result == ERROR_SUCCESS)
+        result = CopyName(name, lpName, lpcchName);
     if (result != ERROR_SUCCESS)
         return result;
     // Keys carry no class here: an empty one.
@@ -269,20 +267,12 @@ LONG RegEnumValueW(HKEY hKey, DWORD dwIndex, LPWSTR lpValueName, LPDWORD lpcchVa
 {
     if (!lpValueName || !lpcchValueName || lpReserved || (lpData && !lpcbData))
         return ERROR_INVALID_PARAMETER;
-    KeyHandle handle;
-    LONG result = FindWithAccess(hKey, KEY_QUERY_VALUE, &handle);
-    if (result != ERROR_SUCCESS)
-        return result;
     HiveValue value;
-    result = handle.store->EnumValue(handle.key, dwIndex, &value);
-    if (result != ERROR_SUCCESS)
-        return result;
-    result = CopyName(value.name, lpValueName, lpcchValueName);
-    if (result != ERROR_SUCCESS)
-        return result;
-    if (lpType)
-        *lpType = value.type;
-    return CopyData(value.data, lpData, lpcbData);
+    LONG result = OnKey(hKey, KEY_QUERY_VALUE,
+                        [&](HiveStore& store, qint64 key) { return store.EnumValue(key, dwIndex, &value); });
+    if (result == ERROR_SUCCESS)
+        result = CopyName(value.name, lpValueName, lpcchValueName);
+    return result == ERROR_SUCCESS ? CopyTypeAndData(value, lpType, lpData, lpcbData) : result;
 }
 
 LONG RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass, LPDWORD lpReserved, LPDWORD lpcSubKeys,
@@ -292,12 +282,9 @@ LONG RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass, LPDWORD lpR
 {
     if (lpReserved || (lpClass && !lpcchClass))
         return ERROR_INVALID_PARAMETER;
-    KeyHandle handle;
-    LONG result = FindWithAccess(hKey, KEY_QUERY_VALUE, &handle);
-    if (result != ERROR_SUCCESS)
-        return result;
     HiveKeyInfo info;
-    result = handle.store->QueryInfo(handle.key, &info);
+    const LONG result = OnKey(hKey, KEY_QUERY_VALUE,
+                              [&](HiveStore& store, qint64 key) { return store.QueryInfo(key, &info); });
     if (result != ERROR_SUCCESS)
         return result;
     if (lpClass) {
