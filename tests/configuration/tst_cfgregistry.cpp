@@ -1,10 +1,11 @@
+#include "common/rawregistry.h"
+#include "common/temporaryregistry.h"
 #include "configuration/cfgregistry.h"
 #include "kvbase/errorhandler.h"
 #include "kvbase/kvexception.h"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <functional>
@@ -15,11 +16,6 @@
 namespace {
 
 const QString Root = QStringLiteral("SOFTWARE\\Velkor&Amsel\\Zent\\");
-
-LPCWSTR W(const QString& text)
-{
-    return reinterpret_cast<LPCWSTR>(text.utf16());
-}
 
 /// Opens the object's registry surroundings from outside, to see what it did.
 class TestCfgRegistry : public CfgRegistry
@@ -41,69 +37,32 @@ public:
 /// A value as the registry holds it, or the error code as text.
 QByteArray RawValue(HKEY root, const QString& key, const QString& name, DWORD* type = nullptr)
 {
-    HKEY handle = nullptr;
-    LONG result = RegOpenKeyExW(root, W(Root + key), 0, KEY_READ, &handle);
-    if (result != ERROR_SUCCESS)
-        return "error " + QByteArray::number(result);
-    QByteArray data(4096, '\0');
-    DWORD size = 4096;
-    result = RegQueryValueExW(handle, W(name), nullptr, type, reinterpret_cast<LPBYTE>(data.data()), &size);
-    RegCloseKey(handle);
-    if (result != ERROR_SUCCESS)
-        return "error " + QByteArray::number(result);
-    return data.left(static_cast<int>(size));
+    return ReadRegistryValue(root, Root + key, name, type);
 }
 
 LONG SetRaw(HKEY root, const QString& key, const QString& name, DWORD type, const QByteArray& data)
 {
-    HKEY handle = nullptr;
-    LONG result = RegCreateKeyW(root, W(Root + key), &handle);
-    if (result != ERROR_SUCCESS)
-        return result;
-    result = RegSetValueExW(handle, W(name), 0, type, reinterpret_cast<const BYTE*>(data.constData()),
-                            static_cast<DWORD>(data.size()));
-    RegCloseKey(handle);
-    return result;
+    return WriteRegistryValue(root, Root + key, name, type, data);
 }
 
 LONG CreateRaw(HKEY root, const QString& key)
 {
-    HKEY handle = nullptr;
-    const LONG result = RegCreateKeyW(root, W(Root + key), &handle);
-    if (result == ERROR_SUCCESS)
-        RegCloseKey(handle);
-    return result;
+    return CreateRegistryKey(root, Root + key);
 }
 
 LONG KeyState(HKEY root, const QString& key)
 {
-    HKEY handle = nullptr;
-    const LONG result = RegOpenKeyExW(root, W(Root + key), 0, KEY_READ, &handle);
-    if (result == ERROR_SUCCESS)
-        RegCloseKey(handle);
-    return result;
+    return RegistryKeyState(root, Root + key);
 }
 
 QStringList SubKeys(HKEY root, const QString& key)
 {
-    QStringList names;
     HKEY handle = nullptr;
     if (RegOpenKeyExW(root, W(Root + key), 0, KEY_READ, &handle) != ERROR_SUCCESS)
         return {QStringLiteral("<missing>")};
-    for (DWORD i = 0;; ++i) {
-        WCHAR name[256];
-        DWORD length = 256;
-        if (RegEnumKeyExW(handle, i, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
-            break;
-        names << QString::fromUtf16(name, static_cast<int>(length));
-    }
+    const QStringList names = SubKeyNames(handle);
     RegCloseKey(handle);
     return names;
-}
-
-QByteArray Sz(const QString& text)
-{
-    return QByteArray(reinterpret_cast<const char*>(text.utf16()), (text.size() + 1) * 2);
 }
 
 std::optional<KVException> Catch(const std::function<void()>& call)
@@ -123,12 +82,8 @@ class tst_CfgRegistry : public QObject
     Q_OBJECT
 
 private:
-    std::unique_ptr<QTemporaryDir> m_dir;
-    QByteArray m_savedRegistryDir;
-    bool m_bHadRegistryDir = false;
+    std::unique_ptr<TemporaryRegistry> m_registry;
     QList<QPair<int, QString>> m_messages;
-
-    void UseRegistryDir(const QString& path) { qputenv("ZENT_REGISTRY_DIR", QFile::encodeName(path)); }
 
     void ExpectException(const std::optional<KVException>& e, const QString& message,
                          const QString& className, const QString& operation)
@@ -143,18 +98,12 @@ private:
     }
 
 private slots:
-    void initTestCase()
-    {
-        QStandardPaths::setTestModeEnabled(true);
-        m_bHadRegistryDir = qEnvironmentVariableIsSet("ZENT_REGISTRY_DIR");
-        m_savedRegistryDir = qgetenv("ZENT_REGISTRY_DIR");
-    }
+    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
 
     void init()
     {
-        m_dir.reset(new QTemporaryDir);
-        QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
-        UseRegistryDir(m_dir->path());
+        m_registry.reset(new TemporaryRegistry);
+        QVERIFY2(m_registry->isValid(), qPrintable(m_registry->errorString()));
         m_messages.clear();
         ErrorHandler::Instance().SetMessagePresenter(
             [this](ErrorHandler::MessageKind kind, const QString& text) {
@@ -165,11 +114,7 @@ private slots:
     void cleanup()
     {
         ErrorHandler::Instance().SetMessagePresenter(ErrorHandler::MessagePresenter());
-        if (m_bHadRegistryDir)
-            qputenv("ZENT_REGISTRY_DIR", m_savedRegistryDir);
-        else
-            qunsetenv("ZENT_REGISTRY_DIR");
-        m_dir.reset();
+        m_registry.reset();
     }
 
     void constructionBuildsTheKeyPathWithoutTouchingTheRegistry()
@@ -181,8 +126,8 @@ private slots:
         QCOMPARE(cfg.GetVersion(), QStringLiteral("2.0"));
         QCOMPARE(cfg.GetAppKey(), QStringLiteral("App"));
         QCOMPARE(cfg.GetPartialKey(), QStringLiteral("Leaf"));
-        QVERIFY(!QFileInfo::exists(m_dir->filePath(QStringLiteral("HKEY_CURRENT_USER.db"))));
-        QVERIFY(!QFileInfo::exists(m_dir->filePath(QStringLiteral("HKEY_LOCAL_MACHINE.db"))));
+        QVERIFY(!QFileInfo::exists(m_registry->filePath(QStringLiteral("HKEY_CURRENT_USER.db"))));
+        QVERIFY(!QFileInfo::exists(m_registry->filePath(QStringLiteral("HKEY_LOCAL_MACHINE.db"))));
     }
 
     void readsOfAMissingKeyGiveDefaultsAndCreateNothing()
@@ -657,7 +602,7 @@ private slots:
         QFETCH(QString, hiveFile);
         QFETCH(QString, message);
         // A hive file that is no database: the registry cannot read it (ERROR_CANTREAD).
-        QFile garbage(m_dir->filePath(hiveFile));
+        QFile garbage(m_registry->filePath(hiveFile));
         QVERIFY(garbage.open(QIODevice::WriteOnly));
         garbage.write(QByteArray(8192, 'g'));
         garbage.close();
@@ -689,10 +634,10 @@ private slots:
         QFETCH(int, view);
         QFETCH(QString, message);
         // The registry directory lies below a plain file, so no hive can be made there.
-        QFile blocker(m_dir->filePath(QStringLiteral("file")));
+        QFile blocker(m_registry->filePath(QStringLiteral("file")));
         QVERIFY(blocker.open(QIODevice::WriteOnly));
         blocker.close();
-        UseRegistryDir(m_dir->filePath(QStringLiteral("file/registry")));
+        m_registry->useDirectory(m_registry->filePath(QStringLiteral("file/registry")));
         TestCfgRegistry cfg(QStringLiteral("App"), ICfg::View(view));
         QCOMPARE(cfg.GetString(QStringLiteral("s"), QStringLiteral("def")), QStringLiteral("def"));
         ExpectException(Catch([&] { cfg.SetString(QStringLiteral("s"), QStringLiteral("x")); }), message,

@@ -1,10 +1,11 @@
+#include "common/rawregistry.h"
+#include "common/temporaryregistry.h"
 #include "regfile.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QProcess>
-#include <QTemporaryDir>
 #include <QTextCodec>
 #include <QtTest>
 
@@ -12,19 +13,9 @@
 
 namespace {
 
-LPCWSTR W(const QString& text)
-{
-    return reinterpret_cast<LPCWSTR>(text.utf16());
-}
-
 QByteArray Utf16(const QString& text)
 {
     return QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2);
-}
-
-QByteArray Sz(const QString& text)
-{
-    return Utf16(text) + QByteArray(2, '\0');
 }
 
 QByteArray ReadFile(const QString& path)
@@ -46,26 +37,12 @@ QString NormalisedText(const QByteArray& content)
 /// Reads one value below HKEY_CURRENT_USER; an error code as text when it cannot.
 QByteArray Value(const QString& key, const QString& name, DWORD* type = nullptr)
 {
-    HKEY handle = nullptr;
-    LONG result = RegOpenKeyExW(HKEY_CURRENT_USER, W(key), 0, KEY_READ, &handle);
-    if (result != ERROR_SUCCESS)
-        return "error " + QByteArray::number(result);
-    QByteArray data(4096, '\0');
-    DWORD size = 4096;
-    result = RegQueryValueExW(handle, W(name), nullptr, type, reinterpret_cast<LPBYTE>(data.data()), &size);
-    RegCloseKey(handle);
-    if (result != ERROR_SUCCESS)
-        return "error " + QByteArray::number(result);
-    return data.left(static_cast<int>(size));
+    return ReadRegistryValue(HKEY_CURRENT_USER, key, name, type);
 }
 
 LONG KeyState(const QString& key)
 {
-    HKEY handle = nullptr;
-    const LONG result = RegOpenKeyExW(HKEY_CURRENT_USER, W(key), 0, KEY_READ, &handle);
-    if (result == ERROR_SUCCESS)
-        RegCloseKey(handle);
-    return result;
+    return RegistryKeyState(HKEY_CURRENT_USER, key);
 }
 
 const QString Base = QStringLiteral("SOFTWARE\\Velkor&Amsel\\Zent\\");
@@ -77,9 +54,7 @@ class tst_ZentReg : public QObject
     Q_OBJECT
 
 private:
-    std::unique_ptr<QTemporaryDir> m_dir;
-    QByteArray m_savedRegistryDir;
-    bool m_bHadRegistryDir = false;
+    std::unique_ptr<TemporaryRegistry> m_registry;
 
     QString DataFile(const QString& name) const { return QStringLiteral(ZENTREG_TEST_DATA "/") + name; }
 
@@ -103,7 +78,7 @@ private:
 
     QString WriteTemp(const QString& name, const QByteArray& content)
     {
-        const QString path = m_dir->filePath(name);
+        const QString path = m_registry->filePath(name);
         QFile file(path);
         if (file.open(QIODevice::WriteOnly))
             file.write(content);
@@ -111,28 +86,15 @@ private:
     }
 
 private slots:
-    void initTestCase()
-    {
-        QStandardPaths::setTestModeEnabled(true);
-        m_bHadRegistryDir = qEnvironmentVariableIsSet("ZENT_REGISTRY_DIR");
-        m_savedRegistryDir = qgetenv("ZENT_REGISTRY_DIR");
-    }
+    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
 
     void init()
     {
-        m_dir.reset(new QTemporaryDir);
-        QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
-        qputenv("ZENT_REGISTRY_DIR", QFile::encodeName(m_dir->filePath(QStringLiteral("registry"))));
+        m_registry.reset(new TemporaryRegistry(QStringLiteral("registry")));
+        QVERIFY2(m_registry->isValid(), qPrintable(m_registry->errorString()));
     }
 
-    void cleanup()
-    {
-        if (m_bHadRegistryDir)
-            qputenv("ZENT_REGISTRY_DIR", m_savedRegistryDir);
-        else
-            qunsetenv("ZENT_REGISTRY_DIR");
-        m_dir.reset();
-    }
+    void cleanup() { m_registry.reset(); }
 
     void parsesEveryKindOfLine()
     {
@@ -247,7 +209,7 @@ private slots:
     void aRefusedStepUndoesTheStepsBeforeIt()
     {
         // The machine hive cannot be opened: its file name is taken by a directory.
-        QVERIFY(QDir().mkpath(m_dir->filePath(QStringLiteral("registry/HKEY_LOCAL_MACHINE.db"))));
+        QVERIFY(QDir().mkpath(m_registry->filePath(QStringLiteral("registry/HKEY_LOCAL_MACHINE.db"))));
         HKEY keep = nullptr;
         QCOMPARE(RegCreateKeyW(HKEY_CURRENT_USER, W(Base + QStringLiteral("Keep")), &keep), ERROR_SUCCESS);
         RegSetValueExW(keep, W(QStringLiteral("v")), 0, REG_SZ,
@@ -301,7 +263,7 @@ private slots:
         QCOMPARE(Value(Base + QStringLiteral("RoundTrip"), QStringLiteral("Qword"), &type),
                  QByteArray("\x01\x02\x03\x04\x05\x06\x07\x08"));
         QCOMPARE(type, DWORD(REG_QWORD));
-        const QString exported = m_dir->filePath(QStringLiteral("out.reg"));
+        const QString exported = m_registry->filePath(QStringLiteral("out.reg"));
         const Run run =
             Zentreg({QStringLiteral("export"),
                      QStringLiteral("HKEY_CURRENT_USER\\SOFTWARE\\Velkor&Amsel\\Zent\\RoundTrip"), exported});
@@ -319,7 +281,7 @@ private slots:
         QCOMPARE(Value(Base + QStringLiteral("Old"), QStringLiteral("Text")), Sz(QStringLiteral("Müller")));
         QCOMPARE(Value(Base + QStringLiteral("Old"), QStringLiteral("Path")),
                  Sz(QStringLiteral("%TEMP%\\zent")));
-        const QString exported = m_dir->filePath(QStringLiteral("out4.reg"));
+        const QString exported = m_registry->filePath(QStringLiteral("out4.reg"));
         QCOMPARE(Zentreg({QStringLiteral("export"), QStringLiteral("--regedit4"),
                           QStringLiteral("HKCU\\SOFTWARE\\Velkor&Amsel\\Zent\\Old"), exported})
                      .exitCode,
@@ -360,7 +322,7 @@ private slots:
     void exportingAMissingKeyFails()
     {
         const Run run = Zentreg({QStringLiteral("export"), QStringLiteral("HKCU\\Nothing"),
-                                 m_dir->filePath(QStringLiteral("x.reg"))});
+                                 m_registry->filePath(QStringLiteral("x.reg"))});
         QCOMPARE(run.exitCode, 1);
         QCOMPARE(run.errors, QStringLiteral("zentreg: cannot open HKCU\\Nothing (error 2)"));
     }

@@ -1,3 +1,5 @@
+#include "common/rawregistry.h"
+#include "common/temporaryregistry.h"
 #include "winreg/winreg.h"
 
 #include <QCoreApplication>
@@ -5,7 +7,6 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QSet>
-#include <QTemporaryDir>
 #include <QThread>
 #include <QtTest>
 
@@ -13,16 +14,6 @@
 #include <vector>
 
 namespace {
-
-LPCWSTR W(const QString& text)
-{
-    return reinterpret_cast<LPCWSTR>(text.utf16());
-}
-
-QByteArray Sz(const QString& text)
-{
-    return QByteArray(reinterpret_cast<const char*>(text.utf16()), (text.size() + 1) * 2);
-}
 
 QByteArray Dword(DWORD value)
 {
@@ -43,30 +34,6 @@ HKEY Create(const QString& path, HKEY root = HKEY_CURRENT_USER)
     return result == ERROR_SUCCESS ? key : nullptr;
 }
 
-QStringList SubKeyNames(HKEY key)
-{
-    QStringList names;
-    for (DWORD i = 0;; ++i) {
-        WCHAR name[256];
-        DWORD length = 256;
-        if (RegEnumKeyExW(key, i, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
-            return names;
-        names << QString::fromUtf16(name, static_cast<int>(length));
-    }
-}
-
-QStringList ValueNames(HKEY key)
-{
-    QStringList names;
-    for (DWORD i = 0;; ++i) {
-        WCHAR name[256];
-        DWORD length = 256;
-        if (RegEnumValueW(key, i, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
-            return names;
-        names << QString::fromUtf16(name, static_cast<int>(length));
-    }
-}
-
 } // namespace
 
 class tst_WinReg : public QObject
@@ -74,9 +41,7 @@ class tst_WinReg : public QObject
     Q_OBJECT
 
 private:
-    std::unique_ptr<QTemporaryDir> m_dir;
-    QByteArray m_savedRegistryDir;
-    bool m_bHadRegistryDir = false;
+    std::unique_ptr<TemporaryRegistry> m_registry;
 
     QString Helper() const
     {
@@ -93,28 +58,15 @@ private:
     }
 
 private slots:
-    void initTestCase()
-    {
-        QStandardPaths::setTestModeEnabled(true);
-        m_bHadRegistryDir = qEnvironmentVariableIsSet("ZENT_REGISTRY_DIR");
-        m_savedRegistryDir = qgetenv("ZENT_REGISTRY_DIR");
-    }
+    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
 
     void init()
     {
-        m_dir.reset(new QTemporaryDir);
-        QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
-        qputenv("ZENT_REGISTRY_DIR", QFile::encodeName(m_dir->path()));
+        m_registry.reset(new TemporaryRegistry);
+        QVERIFY2(m_registry->isValid(), qPrintable(m_registry->errorString()));
     }
 
-    void cleanup()
-    {
-        if (m_bHadRegistryDir)
-            qputenv("ZENT_REGISTRY_DIR", m_savedRegistryDir);
-        else
-            qunsetenv("ZENT_REGISTRY_DIR");
-        m_dir.reset();
-    }
+    void cleanup() { m_registry.reset(); }
 
     void hivesLiveInTheRegistryDirectory()
     {
@@ -122,15 +74,16 @@ private slots:
         HKEY machine = Create(QStringLiteral("SOFTWARE\\B"), HKEY_LOCAL_MACHINE);
         QVERIFY(user);
         QVERIFY(machine);
-        QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("HKEY_CURRENT_USER.db"))));
-        QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("HKEY_LOCAL_MACHINE.db"))));
+        QVERIFY(QFileInfo::exists(m_registry->filePath(QStringLiteral("HKEY_CURRENT_USER.db"))));
+        QVERIFY(QFileInfo::exists(m_registry->filePath(QStringLiteral("HKEY_LOCAL_MACHINE.db"))));
         // The user's hive and its log are private to the user.
-        QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("HKEY_CURRENT_USER.db-wal"))));
+        QVERIFY(QFileInfo::exists(m_registry->filePath(QStringLiteral("HKEY_CURRENT_USER.db-wal"))));
         const QFileDevice::Permissions others = QFileDevice::ReadGroup | QFileDevice::WriteGroup |
                                                 QFileDevice::ReadOther | QFileDevice::WriteOther;
-        QCOMPARE(QFileInfo(m_dir->filePath(QStringLiteral("HKEY_CURRENT_USER.db"))).permissions() & others,
+        QCOMPARE(QFileInfo(m_registry->filePath(QStringLiteral("HKEY_CURRENT_USER.db"))).permissions() &
+                     others,
                  QFileDevice::Permissions());
-        QCOMPARE(QFileInfo(m_dir->filePath(QStringLiteral("HKEY_CURRENT_USER.db-wal"))).permissions() &
+        QCOMPARE(QFileInfo(m_registry->filePath(QStringLiteral("HKEY_CURRENT_USER.db-wal"))).permissions() &
                      others,
                  QFileDevice::Permissions());
         HKEY other = nullptr;
