@@ -1,16 +1,16 @@
 #include "application/applicationterminationcenter.h"
 #include "application/translationcenter.h"
 
+#include "common/memorycfg.h"
+#include "common/recordingwriter.h"
 #include "configuration/cfg.h"
 #include "configuration/cfgcentertestaccess.h"
-#include "kvbase/clogwriter.h"
 #include "kvbase/errorhandler.h"
 #include "kvbase/kvexception.h"
 #include "kvbase/zentos.h"
 
 #include <QDir>
 #include <QFile>
-#include <QHash>
 #include <QLibraryInfo>
 #include <QProcess>
 #include <QStandardPaths>
@@ -48,92 +48,12 @@ using Access = TranslationCenterTestAccess;
 
 const char* const MODULE = "TrCenterModule";
 
-/// Keeps "source:line text" of every trace line.
-class TraceRecorder : public CLogWriter
-{
-public:
-    explicit TraceRecorder(QStringList* lines) : m_pLines(lines) {}
-    void Write(const QString& sourceFile, int line, const QString& text) override
-    {
-        m_pLines->append(sourceFile + QLatin1Char(':') + QString::number(line) + QLatin1Char(' ') + text);
-    }
-
-private:
-    QStringList* m_pLines;
-};
-
 /// A system whose product directory the test chooses.
 class ScriptedOS : public ZentOS
 {
 public:
     QString GetProductDir() const override { return m_sProductDir; }
     QString m_sProductDir;
-};
-
-/// Values per view in memory: just enough configuration for the centre's reads.
-class MemoryCfg : public Cfg
-{
-public:
-    MemoryCfg(const QString& key) : Cfg(key, VIEW_Machine) {}
-
-    QString GetType() override { return QStringLiteral("Memory"); }
-    QString GetTarget() override { return QString(); }
-    ICfg* CreateSubCfg(QString, View) const override { return nullptr; }
-    bool AddSubCfg(QString, View) override { return false; }
-    bool HasSubCfg(QString, View) override { return false; }
-    bool HasAttribute(QString, QString name, View view) override
-    {
-        return m_values.value(ResolveView(view)).contains(name);
-    }
-    bool RemoveAttribute(QString name, View view) override
-    {
-        return m_values[ResolveView(view)].remove(name) > 0;
-    }
-    bool RemoveSubCfg(QString, View) override { return false; }
-    bool RenameAttribute(QString, QString, View) override { return false; }
-    bool MoveSubCfg(QString, QString, View) override { return false; }
-    bool IsProtected(QString, View) override { return false; }
-    AttributeType GetAttributeType(QString, View) override { return TYPE_String; }
-    void SetProtected(QString, bool, View) override {}
-    void SetAttributeType(QString, AttributeType, View) override {}
-    void SetUserViewSubkey(const QString&) override {}
-    void SetAdditionalUserViewSubkey(const std::list<QString>&) override {}
-    std::list<QString> GetAdditionalUserViewSubkey() override { return {}; }
-    void SaveConfigurationName(const QString&) override {}
-    void RenameConfigurationName(const QString&, const QString&) override {}
-    void DeleteConfigurationName(const QString&) override {}
-    void LoadConfigurationName(const QString&) override {}
-    QByteArray GetCfgAsStringFromApp(const QString&) override { return QByteArray(); }
-    void MergeCfgFromStringAndApp(const QByteArray&, const QString&) override {}
-
-    View SelectedView() const { return GetSelectedView(); }
-
-protected:
-    QString GetStringImpl(QString name, QString defaultValue, View view) override
-    {
-        return m_values.value(view).value(name, defaultValue);
-    }
-    long GetIntegerImpl(QString name, long defaultValue, View view) override
-    {
-        bool ok = false;
-        const long value = m_values.value(view).value(name).toLong(&ok);
-        return ok ? value : defaultValue;
-    }
-    void SetStringImpl(QString name, QString value, View view) override { m_values[view][name] = value; }
-    void SetIntegerImpl(QString name, long value, View view) override
-    {
-        m_values[view][name] = QString::number(value);
-    }
-    void SetBooleanImpl(QString name, bool value, View view) override
-    {
-        m_values[view][name] = value ? QStringLiteral("true") : QStringLiteral("false");
-    }
-    ICfg* CreateSubCfgAtImpl(int, View) override { return nullptr; }
-    QString GetValueKeyAtImpl(int, View) override { return QString(); }
-    QString GetVersion() override { return VERSION_2_4; }
-
-private:
-    QHash<int, QHash<QString, QString>> m_values;
 };
 
 QString qmSource(const QString& fileName)
@@ -222,8 +142,8 @@ private:
     }
 
     ScriptedOS m_os;
-    MemoryCfg m_appCfg{QStringLiteral("TrCenterApp")};
-    MemoryCfg m_adminCfg{QStringLiteral("Administration")};
+    MemoryCfg m_appCfg{QStringLiteral("TrCenterApp"), ICfg::VIEW_Machine};
+    MemoryCfg m_adminCfg{QStringLiteral("Administration"), ICfg::VIEW_Machine};
     std::unique_ptr<QTemporaryDir> m_cwd;
     std::unique_ptr<QTemporaryDir> m_product;
     QString m_savedCwd;
@@ -260,7 +180,7 @@ void TestTranslationCenter::init()
     m_traces.clear();
     m_savedMask = ErrorHandler::Instance().GetMessageMask();
     ErrorHandler::Instance().ResetMessageMask(ErrorHandler::DEFAULT_MESSAGE_MASK);
-    ErrorHandler::Instance().SetLogTracer(new TraceRecorder(&m_traces));
+    ErrorHandler::Instance().SetLogTracer(new RecordingWriter(&m_traces));
 }
 
 void TestTranslationCenter::cleanup()
@@ -280,8 +200,8 @@ void TestTranslationCenter::cleanup()
     }
     ErrorHandler::Instance().SetLogTracer(nullptr);
     ErrorHandler::Instance().ResetMessageMask(m_savedMask);
-    m_appCfg.RemoveAttribute(QStringLiteral("Language"), ICfg::VIEW_Machine);
-    m_adminCfg.RemoveAttribute(QStringLiteral("Language"), ICfg::VIEW_Machine);
+    m_appCfg.Remove(ICfg::VIEW_Machine, QStringLiteral("Language"));
+    m_adminCfg.Remove(ICfg::VIEW_Machine, QStringLiteral("Language"));
     QVERIFY(QDir::setCurrent(m_savedCwd));
     m_cwd.reset();
     m_product.reset();
@@ -653,8 +573,8 @@ void TestTranslationCenter::configurationValuesComeFromAppThenAdmin()
     QFETCH(QString, appValue);
     QFETCH(QString, adminValue);
     QFETCH(QString, expected);
-    MemoryCfg app(QStringLiteral("TrCenterApp"));
-    MemoryCfg admin(QStringLiteral("Administration"));
+    MemoryCfg app(QStringLiteral("TrCenterApp"), ICfg::VIEW_Machine);
+    MemoryCfg admin(QStringLiteral("Administration"), ICfg::VIEW_Machine);
     if (!appValue.isNull())
         app.SetString(name, appValue, ICfg::VIEW_Machine);
     if (!adminValue.isNull())
@@ -683,10 +603,10 @@ void TestTranslationCenter::configurationIsReadInMachineView()
     m_adminCfg.SetString(QStringLiteral("Font"), QStringLiteral("admin font"), ICfg::VIEW_Machine);
 
     QCOMPARE(TranslationCenter::GetFontFromCfg(), QStringLiteral("admin font"));
-    QCOMPARE(m_appCfg.SelectedView(), ICfg::VIEW_Machine);
-    QCOMPARE(m_adminCfg.SelectedView(), ICfg::VIEW_Machine);
-    m_appCfg.RemoveAttribute(QStringLiteral("Font"), ICfg::VIEW_User);
-    m_adminCfg.RemoveAttribute(QStringLiteral("Font"), ICfg::VIEW_Machine);
+    QCOMPARE(m_appCfg.GetSelectedView(), ICfg::VIEW_Machine);
+    QCOMPARE(m_adminCfg.GetSelectedView(), ICfg::VIEW_Machine);
+    m_appCfg.Remove(ICfg::VIEW_User, QStringLiteral("Font"));
+    m_adminCfg.Remove(ICfg::VIEW_Machine, QStringLiteral("Font"));
 }
 
 void TestTranslationCenter::configurationReadWithoutCentreThrows()

@@ -1,8 +1,8 @@
+#include "common/memorycfg.h"
 #include "configuration/cfg.h"
 #include "configuration/cfgcentertestaccess.h"
 #include "configuration/cfgxml.h"
 #include "configuration/fakezentos.h"
-#include "configuration/memorycfg.h"
 #include "kvbase/kvexception.h"
 
 #include <QFile>

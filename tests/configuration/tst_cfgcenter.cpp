@@ -1,7 +1,7 @@
+#include "common/memorycfg.h"
 #include "configuration/cfgcenter.h"
 #include "configuration/cfgcentertestaccess.h"
 #include "configuration/fakezentos.h"
-#include "configuration/memorycfg.h"
 #include "kvbase/kvexception.h"
 
 #include <QMutex>

@@ -1,11 +1,11 @@
 #include "cfgcentertestaccess.h"
 #include "cfgcentertestsupport.h"
+#include "common/memorycfg.h"
 #include "configuration/cfgcenter.h"
 #include "configuration/cfgregistry.h"
 #include "configuration/cfgxml.h"
 #include "configuration/savecomponentif.h"
 #include "kvbase/kvexception.h"
-#include "memorycfg.h"
 
 #include <QDomDocument>
 #include <QStandardPaths>

@@ -1,5 +1,5 @@
-#ifndef TESTS_CONFIGURATION_MEMORYCFG_H
-#define TESTS_CONFIGURATION_MEMORYCFG_H
+#ifndef TESTS_COMMON_MEMORYCFG_H
+#define TESTS_COMMON_MEMORYCFG_H
 
 #include "configuration/cfg.h"
 
@@ -21,6 +21,7 @@ public:
     }
 
     // The protected parts, opened for tests.
+    using Cfg::GetSelectedView;
     using Cfg::IsBooleanWritable;
     using Cfg::IsIntegerWritable;
     using Cfg::IsStringWritable;
@@ -36,6 +37,7 @@ public:
     void Put(View view, const QString& name, const QString& text) { m_pStore->insert(Id(view, name), text); }
     bool Has(View view, const QString& name) const { return m_pStore->contains(Id(view, name)); }
     QString Text(View view, const QString& name) const { return m_pStore->value(Id(view, name)); }
+    void Remove(View view, const QString& name) { m_pStore->remove(Id(view, name)); }
 
     QString GetType() override { return QStringLiteral("Memory"); }
     QString GetTarget() override { return QString(); }
