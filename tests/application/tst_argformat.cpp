@@ -1,5 +1,5 @@
 #include "application/argformat.h"
-#include "kvbase/clogwriter.h"
+#include "common/recordingwriter.h"
 #include "kvbase/errorhandler.h"
 
 #include <QStandardPaths>
@@ -9,20 +9,6 @@
 #include <cstring>
 
 namespace {
-
-// Keeps "source:line text" of every trace line for exact comparisons.
-class LineRecorder : public CLogWriter
-{
-public:
-    explicit LineRecorder(QStringList* lines) : m_pLines(lines) {}
-    void Write(const QString& sourceFile, int line, const QString& text) override
-    {
-        m_pLines->append(sourceFile + QLatin1Char(':') + QString::number(line) + QLatin1Char(' ') + text);
-    }
-
-private:
-    QStringList* m_pLines;
-};
 
 QList<QByteArray> Entries(int argc, char** argv)
 {
@@ -87,7 +73,7 @@ void TestArgFormat::init()
     QVERIFY2(m_pDir->isValid(), qPrintable(m_pDir->errorString()));
     m_traceLines.clear();
     ErrorHandler::Instance().ResetMessageMask();
-    ErrorHandler::Instance().SetLogTracer(new LineRecorder(&m_traceLines));
+    ErrorHandler::Instance().SetLogTracer(new RecordingWriter(&m_traceLines));
 }
 
 void TestArgFormat::cleanup()

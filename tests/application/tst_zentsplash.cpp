@@ -1,6 +1,6 @@
 #include "application/zentsplash.h"
 
-#include "kvbase/clogwriter.h"
+#include "common/recordingwriter.h"
 #include "kvbase/errorhandler.h"
 
 #include <QApplication>
@@ -16,20 +16,6 @@
 #include <QVBoxLayout>
 
 namespace {
-
-/// Keeps "source:line text" of every trace line.
-class TraceRecorder : public CLogWriter
-{
-public:
-    explicit TraceRecorder(QStringList* lines) : m_pLines(lines) {}
-    void Write(const QString& sourceFile, int line, const QString& text) override
-    {
-        m_pLines->append(sourceFile + QLatin1Char(':') + QString::number(line) + QLatin1Char(' ') + text);
-    }
-
-private:
-    QStringList* m_pLines;
-};
 
 QPixmap makePicture(const QSize& size)
 {
@@ -98,7 +84,7 @@ void TestZentSplash::init()
     m_traces.clear();
     m_savedMask = ErrorHandler::Instance().GetMessageMask();
     ErrorHandler::Instance().ResetMessageMask(ErrorHandler::DEFAULT_MESSAGE_MASK);
-    ErrorHandler::Instance().SetLogTracer(new TraceRecorder(&m_traces));
+    ErrorHandler::Instance().SetLogTracer(new RecordingWriter(&m_traces));
 }
 
 void TestZentSplash::cleanup()
