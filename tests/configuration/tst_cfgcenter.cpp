@@ -1,3 +1,4 @@
+#include "common/kvexceptioncheck.h"
 #include "common/memorycfg.h"
 #include "configuration/cfgcenter.h"
 #include "configuration/cfgcentertestaccess.h"
@@ -16,17 +17,8 @@ private:
     static void CompareException(const std::function<void()>& call, const QString& message,
                                  const QString& operation)
     {
-        try {
-            call();
-            QFAIL("no exception");
-        } catch (const KVException& e) {
-            QCOMPARE(e.GetMessage(), message);
-            QCOMPARE(e.GetSourceFile(), QStringLiteral("configuration/cfgcenter"));
-            QCOMPARE(e.GetClassName(), QStringLiteral("CfgCenter"));
-            QCOMPARE(e.GetOperation(), operation);
-            QCOMPARE(e.GetCode(), -1);
-            QVERIFY(e.GetLine() > 0);
-        }
+        CompareKVException(CaughtKVException(call), message, QStringLiteral("configuration/cfgcenter"),
+                           QStringLiteral("CfgCenter"), operation);
     }
 
 private slots:

@@ -1,3 +1,4 @@
+#include "common/kvexceptioncheck.h"
 #include "common/rawregistry.h"
 #include "common/temporaryregistry.h"
 #include "configuration/cfgregistry.h"
@@ -65,16 +66,6 @@ QStringList SubKeys(HKEY root, const QString& key)
     return names;
 }
 
-std::optional<KVException> Catch(const std::function<void()>& call)
-{
-    try {
-        call();
-    } catch (const KVException& e) {
-        return e;
-    }
-    return std::nullopt;
-}
-
 } // namespace
 
 class tst_CfgRegistry : public QObject
@@ -88,13 +79,7 @@ private:
     void ExpectException(const std::optional<KVException>& e, const QString& message,
                          const QString& className, const QString& operation)
     {
-        QVERIFY2(e.has_value(), "no exception");
-        QCOMPARE(e->GetMessage(), message);
-        QCOMPARE(e->GetSourceFile(), QStringLiteral("configuration/cfgregistry"));
-        QCOMPARE(e->GetClassName(), className);
-        QCOMPARE(e->GetOperation(), operation);
-        QCOMPARE(e->GetCode(), -1);
-        QVERIFY(e->GetLine() > 0);
+        CompareKVException(e, message, QStringLiteral("configuration/cfgregistry"), className, operation);
     }
 
 private slots:
@@ -358,17 +343,17 @@ private slots:
         TestCfgRegistry cfg(QStringLiteral("App"), ICfg::VIEW_User);
         const QString message = QStringLiteral("The argument view is neither VIEW_User nor VIEW_Machine.");
         const ICfg::View v = ICfg::View(view);
-        ExpectException(Catch([&] { cfg.GetString(QStringLiteral("s"), QString(), v); }), message,
+        ExpectException(CaughtKVException([&] { cfg.GetString(QStringLiteral("s"), QString(), v); }), message,
                         QStringLiteral("CfgRegistry"), QStringLiteral("GetHandle"));
         // Writing consults GetHandle before its own check of the view.
-        ExpectException(Catch([&] { cfg.SetString(QStringLiteral("s"), QString(), v); }), message,
+        ExpectException(CaughtKVException([&] { cfg.SetString(QStringLiteral("s"), QString(), v); }), message,
                         QStringLiteral("CfgRegistry"), QStringLiteral("GetHandle"));
-        ExpectException(Catch([&] { cfg.SetInteger(QStringLiteral("s"), 1, v); }), message,
+        ExpectException(CaughtKVException([&] { cfg.SetInteger(QStringLiteral("s"), 1, v); }), message,
                         QStringLiteral("CfgRegistry"), QStringLiteral("GetHandle"));
-        ExpectException(Catch([&] { cfg.HasSubCfg(QStringLiteral("s"), v); }), message,
+        ExpectException(CaughtKVException([&] { cfg.HasSubCfg(QStringLiteral("s"), v); }), message,
                         QStringLiteral("CfgRegistry"), QStringLiteral("GetHandle"));
         TestCfgRegistry selected(QStringLiteral("App"), v);
-        ExpectException(Catch([&] { selected.GetInteger(QStringLiteral("i"), 0); }), message,
+        ExpectException(CaughtKVException([&] { selected.GetInteger(QStringLiteral("i"), 0); }), message,
                         QStringLiteral("CfgRegistry"), QStringLiteral("GetHandle"));
     }
 
@@ -568,7 +553,8 @@ private slots:
             {QStringLiteral("GetAdditionalUserViewSubkey"), [&] { cfg.GetAdditionalUserViewSubkey(); }},
             {QStringLiteral("MergeCfgFromStringAndApp"), [&] { cfg.MergeCfgFromStringAndApp("x", n); }},
         };
-        ExpectException(Catch(calls.at(operation)), message, QStringLiteral("CfgRegistry"), operation);
+        ExpectException(CaughtKVException(calls.at(operation)), message, QStringLiteral("CfgRegistry"),
+                        operation);
     }
 
     void serverTextIsNotImplemented()
@@ -607,7 +593,7 @@ private slots:
         garbage.write(QByteArray(8192, 'g'));
         garbage.close();
         TestCfgRegistry cfg(QStringLiteral("App/Sub"), ICfg::View(view));
-        ExpectException(Catch([&] { cfg.GetString(QStringLiteral("s"), QString()); }), message,
+        ExpectException(CaughtKVException([&] { cfg.GetString(QStringLiteral("s"), QString()); }), message,
                         QStringLiteral("CfgRegistry"), QStringLiteral("GetHandle"));
     }
 
@@ -640,8 +626,8 @@ private slots:
         m_registry->useDirectory(m_registry->filePath(QStringLiteral("file/registry")));
         TestCfgRegistry cfg(QStringLiteral("App"), ICfg::View(view));
         QCOMPARE(cfg.GetString(QStringLiteral("s"), QStringLiteral("def")), QStringLiteral("def"));
-        ExpectException(Catch([&] { cfg.SetString(QStringLiteral("s"), QStringLiteral("x")); }), message,
-                        QStringLiteral("CfgRegistry"), QStringLiteral("CreateHandle"));
+        ExpectException(CaughtKVException([&] { cfg.SetString(QStringLiteral("s"), QStringLiteral("x")); }),
+                        message, QStringLiteral("CfgRegistry"), QStringLiteral("CreateHandle"));
     }
 
     void failedWritesRaise()
@@ -650,13 +636,13 @@ private slots:
         cfg.SetString(QStringLiteral("s"), QStringLiteral("x"));
         // The key goes away under the object's open handle.
         QCOMPARE(RegDeleteKeyW(HKEY_CURRENT_USER, W(Root + QStringLiteral("Vanishing"))), ERROR_SUCCESS);
-        ExpectException(Catch([&] { cfg.SetString(QStringLiteral("s"), QStringLiteral("y")); }),
+        ExpectException(CaughtKVException([&] { cfg.SetString(QStringLiteral("s"), QStringLiteral("y")); }),
                         QStringLiteral("RegSetValueEx() failed: 1018 !"), QStringLiteral("CfgRegistry"),
                         QStringLiteral("SetStringImpl"));
-        ExpectException(Catch([&] { cfg.SetBoolean(QStringLiteral("b"), true); }),
+        ExpectException(CaughtKVException([&] { cfg.SetBoolean(QStringLiteral("b"), true); }),
                         QStringLiteral("RegSetValueEx() failed: 1018 !"), QStringLiteral("CfgRegistry"),
                         QStringLiteral("SetStringImpl"));
-        ExpectException(Catch([&] { cfg.SetInteger(QStringLiteral("i"), 1); }),
+        ExpectException(CaughtKVException([&] { cfg.SetInteger(QStringLiteral("i"), 1); }),
                         QStringLiteral("RegSetValueEx() failed: 1018 !"), QStringLiteral("CfgRetistry"),
                         QStringLiteral("SetIntegerImpl"));
         // Reads of the deleted key give defaults without raising.

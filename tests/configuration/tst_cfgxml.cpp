@@ -1,3 +1,4 @@
+#include "common/kvexceptioncheck.h"
 #include "common/recordingwriter.h"
 #include "configuration/cfgcentertestaccess.h"
 #include "configuration/cfgxml.h"
@@ -89,16 +90,8 @@ private:
     static void CompareException(const std::function<void()>& call, const QString& message,
                                  const QString& operation)
     {
-        try {
-            call();
-            QFAIL("no exception");
-        } catch (const KVException& e) {
-            QCOMPARE(e.GetMessage(), message);
-            QCOMPARE(e.GetSourceFile(), QStringLiteral("configuration/cfgxml"));
-            QCOMPARE(e.GetClassName(), QStringLiteral("CfgXml"));
-            QCOMPARE(e.GetOperation(), operation);
-            QCOMPARE(e.GetCode(), -1);
-        }
+        CompareKVException(CaughtKVException(call), message, QStringLiteral("configuration/cfgxml"),
+                           QStringLiteral("CfgXml"), operation, /*checkLine=*/false);
     }
 
     static QString ParserMessage(const QByteArray& bytes, int* line, int* column)
