@@ -1,5 +1,5 @@
 #include "application/cmdlinehelp.h"
-#include "argvector.h"
+#include "common/commandline.h"
 #include "kvbase/zentos.h"
 
 #include <QFile>
@@ -313,9 +313,9 @@ void TestCmdLineHelp::checkArgsReportsTheFirstFault()
 {
     QFETCH(QList<QByteArray>, args);
     QFETCH(QString, fragment);
-    ArgVector vector(args);
+    CommandLine line(args);
     TestableCmdLineHelp help;
-    QCOMPARE(help.CheckArgs(vector.argc(), vector.argv()), fragment);
+    QCOMPARE(help.CheckArgs(line.argc(), line.argv()), fragment);
 }
 
 // Each row states exactly what comes back: an empty text or the fragment.
@@ -357,9 +357,9 @@ void TestCmdLineHelp::badInputGivesEmptyResultOrFragment()
 {
     QFETCH(QList<QByteArray>, args);
     QFETCH(QString, fragment);
-    ArgVector vector(args);
+    CommandLine line(args);
     TestableCmdLineHelp help;
-    QCOMPARE(help.CheckArgs(vector.argc(), vector.argv()), fragment);
+    QCOMPARE(help.CheckArgs(line.argc(), line.argv()), fragment);
 }
 
 void TestCmdLineHelp::checkAppKeyAndCheckCfgDocGiveInnerFragments()
@@ -386,9 +386,9 @@ void TestCmdLineHelp::helpTextIsExact()
 void TestCmdLineHelp::displayWithoutArgumentsShowsErrorAndHelp()
 {
     const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    ArgVector vector({program});
+    CommandLine line({program});
     CmdLineHelp help;
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), true);
+    QCOMPARE(help.Display(line.argc(), line.argv()), true);
     QCOMPARE(m_os.m_shown, QStringList{HelpFileOf(program)});
     const QByteArray expected = ErrorText(", the argument AppKey is missing.").toLatin1();
     QCOMPARE(m_os.m_shownContent.value(0), expected);
@@ -398,9 +398,9 @@ void TestCmdLineHelp::displayWithoutArgumentsShowsErrorAndHelp()
 void TestCmdLineHelp::displayOfHelpRequestShowsOnlyHelp()
 {
     const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    ArgVector vector({program, "/h"});
+    CommandLine line({program, "/h"});
     CmdLineHelp help;
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), true);
+    QCOMPARE(help.Display(line.argc(), line.argv()), true);
     QCOMPARE(m_os.m_shown, QStringList{HelpFileOf(program)});
     QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), ExpectedHelpText().toLatin1());
 }
@@ -408,18 +408,18 @@ void TestCmdLineHelp::displayOfHelpRequestShowsOnlyHelp()
 void TestCmdLineHelp::displayOfHelpRequestIgnoresFollowingCfgDoc()
 {
     const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    ArgVector vector({program, "/h", "Registry"});
+    CommandLine line({program, "/h", "Registry"});
     CmdLineHelp help;
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), true);
+    QCOMPARE(help.Display(line.argc(), line.argv()), true);
     QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), ExpectedHelpText().toLatin1());
 }
 
 void TestCmdLineHelp::displayOfGoodCommandLineShowsNothing()
 {
     const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    ArgVector vector({program, "DemoApp:a.dll", "Xml:Cfg.xml"});
+    CommandLine line({program, "DemoApp:a.dll", "Xml:Cfg.xml"});
     CmdLineHelp help;
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), false);
+    QCOMPARE(help.Display(line.argc(), line.argv()), false);
     QCOMPARE(m_os.m_shown, QStringList());
     QCOMPARE(QFile::exists(HelpFileOf(program)), false);
 }
@@ -445,9 +445,9 @@ void TestCmdLineHelp::displayComposesTheFullErrorText()
     QFETCH(QList<QByteArray>, args);
     QFETCH(QString, errorLine);
     const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    ArgVector vector(QList<QByteArray>{program} + args);
+    CommandLine line(QList<QByteArray>{program} + args);
     CmdLineHelp help;
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), true);
+    QCOMPARE(help.Display(line.argc(), line.argv()), true);
     const QByteArray expected =
         (errorLine + QLatin1String("\nSee command line help:\n\n") + ExpectedHelpText()).toLatin1();
     QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), expected);
@@ -456,9 +456,9 @@ void TestCmdLineHelp::displayComposesTheFullErrorText()
 void TestCmdLineHelp::displayWritesLatin1()
 {
     const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    ArgVector vector({program, "Ab:\xe9t\xe9.so"});
+    CommandLine line({program, "Ab:\xe9t\xe9.so"});
     CmdLineHelp help;
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), true);
+    QCOMPARE(help.Display(line.argc(), line.argv()), true);
     const QByteArray expectedStart =
         "Command line error in AppKey in DllList for preload: wrong suffix found. "
         "\".dll\" is expected for \xe9t\xe9.so.\nSee command line help:\n\n";
@@ -477,18 +477,18 @@ void TestCmdLineHelp::displayTruncatesAnOldHelpFile()
         QVERIFY(old.open(QIODevice::WriteOnly));
         old.write(QByteArray(20000, 'x'));
     }
-    ArgVector vector({program, "/h"});
+    CommandLine line({program, "/h"});
     CmdLineHelp help;
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), true);
+    QCOMPARE(help.Display(line.argc(), line.argv()), true);
     QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), ExpectedHelpText().toLatin1());
 }
 
 void TestCmdLineHelp::displayIgnoresUnwritableHelpFile()
 {
     const QByteArray program = QFile::encodeName(m_pDir->filePath("missing-folder/prog"));
-    ArgVector vector({program, "/h"});
+    CommandLine line({program, "/h"});
     CmdLineHelp help;
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), true);
+    QCOMPARE(help.Display(line.argc(), line.argv()), true);
     QCOMPARE(QFile::exists(HelpFileOf(program)), false);
     // The file is still offered for showing; the viewer finds nothing.
     QCOMPARE(m_os.m_shown, QStringList{HelpFileOf(program)});
@@ -499,9 +499,9 @@ void TestCmdLineHelp::displayIgnoresFailureToShow()
 {
     m_os.m_result = false;
     const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    ArgVector vector({program, "A"});
+    CommandLine line({program, "A"});
     CmdLineHelp help;
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), true);
+    QCOMPARE(help.Display(line.argc(), line.argv()), true);
     QCOMPARE(m_os.m_shown, QStringList{HelpFileOf(program)});
     QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), ErrorText(CFGKEY_ERROR).toLatin1());
 }
@@ -509,10 +509,10 @@ void TestCmdLineHelp::displayIgnoresFailureToShow()
 void TestCmdLineHelp::displayKeepsProgramName()
 {
     const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    ArgVector vector({program, "Ab", "Server"});
+    CommandLine line({program, "Ab", "Server"});
     TestableCmdLineHelp help;
     QCOMPARE(help.ProgName(), QString());
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), false);
+    QCOMPARE(help.Display(line.argc(), line.argv()), false);
     QCOMPARE(help.ProgName(), QString::fromLatin1(program));
 }
 

@@ -1,5 +1,5 @@
 #include "application/cmdlinehelpfixapp.h"
-#include "argvector.h"
+#include "common/commandline.h"
 #include "kvbase/zentos.h"
 
 #include <QFile>
@@ -132,9 +132,9 @@ void TestCmdLineHelpFixApp::checkArgsLooksOnlyAtCfgDoc()
 {
     QFETCH(QList<QByteArray>, args);
     QFETCH(QString, fragment);
-    ArgVector vector(args);
+    CommandLine line(args);
     TestableFixApp help;
-    QCOMPARE(help.CheckArgs(vector.argc(), vector.argv()), fragment);
+    QCOMPARE(help.CheckArgs(line.argc(), line.argv()), fragment);
 }
 
 void TestCmdLineHelpFixApp::helpTextNamesTheRunningProgram()
@@ -147,9 +147,9 @@ void TestCmdLineHelpFixApp::helpTextNamesTheRunningProgram()
 void TestCmdLineHelpFixApp::displayWithTwoArgumentsShowsNothing()
 {
     const QByteArray program = QFile::encodeName(m_pDir->filePath("fixed"));
-    ArgVector vector({program, "Fixed"});
+    CommandLine line({program, "Fixed"});
     CmdLineHelpFixApp help;
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), false);
+    QCOMPARE(help.Display(line.argc(), line.argv()), false);
     QCOMPARE(m_os.m_shown, QStringList());
     QCOMPARE(QFile::exists(QFile::decodeName(program + ".txt")), false);
 }
@@ -158,18 +158,18 @@ void TestCmdLineHelpFixApp::displayWithoutArgumentsShowsNothing()
 {
     // The base class would complain about the missing AppKey; this one has its own.
     const QByteArray program = QFile::encodeName(m_pDir->filePath("fixed"));
-    ArgVector vector({program});
+    CommandLine line({program});
     CmdLineHelpFixApp help;
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), false);
+    QCOMPARE(help.Display(line.argc(), line.argv()), false);
     QCOMPARE(m_os.m_shown, QStringList());
 }
 
 void TestCmdLineHelpFixApp::displayOfBadCfgDocShowsErrorAndHelp()
 {
     const QByteArray program = QFile::encodeName(m_pDir->filePath("fixed"));
-    ArgVector vector({program, "Fixed", "Registry"});
+    CommandLine line({program, "Fixed", "Registry"});
     CmdLineHelpFixApp help;
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), true);
+    QCOMPARE(help.Display(line.argc(), line.argv()), true);
     const QString fileName = QFile::decodeName(program + ".txt");
     QCOMPARE(m_os.m_shown, QStringList{fileName});
     const QString expected =
@@ -181,9 +181,9 @@ void TestCmdLineHelpFixApp::displayOfBadCfgDocShowsErrorAndHelp()
 void TestCmdLineHelpFixApp::displayOfHelpRequestShowsOnlyHelp()
 {
     const QByteArray program = QFile::encodeName(m_pDir->filePath("fixed"));
-    ArgVector vector({program, "/h", "Registry"});
+    CommandLine line({program, "/h", "Registry"});
     CmdLineHelpFixApp help;
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), true);
+    QCOMPARE(help.Display(line.argc(), line.argv()), true);
     const QString fileName = QFile::decodeName(program + ".txt");
     QCOMPARE(m_os.m_shown, QStringList{fileName});
     QCOMPARE(ReadFile(fileName), ExpectedHelpText(QString::fromLatin1(program)).toLatin1());
@@ -195,9 +195,9 @@ void TestCmdLineHelpFixApp::displayWritesProgramNameInLatin1()
     // a UTF-8 name) come back unchanged in the text.
     const QByteArray program = QFile::encodeName(m_pDir->filePath(QString::fromUtf8("fix\xc3\xa9")));
     QVERIFY(program.endsWith("/fix\xc3\xa9"));
-    ArgVector vector({program, "/h"});
+    CommandLine line({program, "/h"});
     CmdLineHelpFixApp help;
-    QCOMPARE(help.Display(vector.argc(), vector.argv()), true);
+    QCOMPARE(help.Display(line.argc(), line.argv()), true);
     QFile file(QFile::decodeName(program + ".txt"));
     QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(file.errorString()));
     const QByteArray content = file.readAll();

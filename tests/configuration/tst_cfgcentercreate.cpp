@@ -1,5 +1,6 @@
 #include "cfgcentertestaccess.h"
 #include "cfgcentertestsupport.h"
+#include "common/commandline.h"
 #include "common/memorycfg.h"
 #include "configuration/cfgcenter.h"
 #include "configuration/cfgregistry.h"
@@ -13,31 +14,12 @@
 
 #include <functional>
 #include <memory>
-#include <vector>
 
 namespace {
 const QString SOURCE = QStringLiteral("configuration/cfgcenter");
 const QString CLIENT = QStringLiteral("plugins/tstcfgclient");
 
 const QByteArray APP_SECTION = "<App><Name>Demo</Name></App>";
-
-/// An argument vector for the command-line constructor.
-class Args
-{
-public:
-    explicit Args(const QList<QByteArray>& arguments) : m_arguments(arguments)
-    {
-        for (QByteArray& argument : m_arguments)
-            m_pointers.push_back(argument.data());
-        m_pointers.push_back(nullptr);
-    }
-    int argc() const { return static_cast<int>(m_pointers.size()) - 1; }
-    char** argv() { return m_pointers.data(); }
-
-private:
-    QList<QByteArray> m_arguments;
-    std::vector<char*> m_pointers;
-};
 
 /// Runs `call` and returns the KVException it throws; fails the test when none comes.
 KVException ExpectKVException(const std::function<void()>& call)
@@ -168,7 +150,7 @@ private:
 void TestCfgCenterCreate::commandLineGivesKeyAndDocument()
 {
     QVERIFY(WriteAppDocument());
-    Args args({"prog", "App", "Xml:Cfg.xml"});
+    CommandLine args({"prog", "App", "Xml:Cfg.xml"});
     auto centre = std::make_unique<CfgCenter>(args.argc(), args.argv(), ICfg::VIEW_Machine, false, false);
     QCOMPARE(CfgCenter::GetType(), QStringLiteral("Xml"));
     QCOMPARE(CfgCenter::GetAppCfg().GetKey(), QStringLiteral("App"));
@@ -197,7 +179,7 @@ void TestCfgCenterCreate::commandLineWithoutDocumentUsesTheDefault()
     QFETCH(QString, key);
     QVERIFY(m_fixture.WriteDocument(QStringLiteral("Default.xml"), APP_SECTION));
     CfgCenter::s_pDefaultCfgDoc = "Xml:Default.xml";
-    Args args(arguments);
+    CommandLine args(arguments);
     auto centre = std::make_unique<CfgCenter>(args.argc(), args.argv(), ICfg::VIEW_Machine, false, false);
     QCOMPARE(CfgCenter::GetAppCfg().GetTarget(), QStringLiteral("Default.xml"));
     QCOMPARE(CfgCenter::GetAppCfg().GetKey(), key);
@@ -220,7 +202,7 @@ void TestCfgCenterCreate::secondConstructionIsRefused()
                           "<args><cfgarg key=\"App\" type=\"Xml:Cfg.xml\"/></args>"));
     auto first = Explicit(QStringLiteral("App"), QStringLiteral("Xml:Cfg.xml"));
     ICfg* appCfg = &CfgCenter::GetAppCfg();
-    Args args({"prog", "App", "Xml:Cfg.xml"});
+    CommandLine args({"prog", "App", "Xml:Cfg.xml"});
     QString key = QStringLiteral("App");
     const KVException exception = ExpectKVException([&] {
         std::unique_ptr<CfgCenter> second;
@@ -630,7 +612,7 @@ void TestCfgCenterCreate::exitReleasesEverything()
     QCOMPARE(CfgCenter::IsServer(), false);
     QCOMPARE(CfgCenterLifecycleTestAccess::AutoSaveDocument(), true);
     // Ready for a new centre.
-    Args args({"prog", "App", "Xml:Cfg.xml"});
+    CommandLine args({"prog", "App", "Xml:Cfg.xml"});
     centre = std::make_unique<CfgCenter>(args.argc(), args.argv(), ICfg::VIEW_Machine, false, false);
     QCOMPARE(CfgCenter::GetAppName(), QStringLiteral("Demo"));
 }
@@ -675,7 +657,7 @@ void TestCfgCenterCreate::failedConstructionIsCleanedUpByExit()
 {
     QVERIFY(WriteAppDocument());
     UserChannel user(false);
-    Args args({"prog", "Missing", "Xml:Cfg.xml"});
+    CommandLine args({"prog", "Missing", "Xml:Cfg.xml"});
     const KVException exception = ExpectKVException(
         [&] { CfgCenter centre(args.argc(), args.argv(), ICfg::VIEW_Machine, false, false); });
     QCOMPARE(exception.GetMessage(),
@@ -686,7 +668,7 @@ void TestCfgCenterCreate::failedConstructionIsCleanedUpByExit()
     CfgCenter::UnloadAdditionalDlls();
     CfgCenter::Exit();
     QCOMPARE(CfgCenter::GetMutex(), nullptr);
-    Args again({"prog", "App", "Xml:Cfg.xml"});
+    CommandLine again({"prog", "App", "Xml:Cfg.xml"});
     CfgCenter centre(again.argc(), again.argv(), ICfg::VIEW_Machine, false, false);
     QCOMPARE(CfgCenter::GetAppName(), QStringLiteral("Demo"));
 }

@@ -1,6 +1,8 @@
 #ifndef TESTS_APPLICATION_ZENTAPPLICATION_STARTUPTESTSUPPORT_H
 #define TESTS_APPLICATION_ZENTAPPLICATION_STARTUPTESTSUPPORT_H
 
+#include "common/commandline.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QList>
@@ -11,31 +13,6 @@
 #include <QString>
 #include <QStringList>
 #include <QTest>
-
-#include <vector>
-
-/// A command line as main() receives it. The count is a member, because the
-/// Qt application object keeps a reference to it for its whole life.
-class CommandLine
-{
-public:
-    explicit CommandLine(const QList<QByteArray>& args) : m_args(args), m_count(args.size())
-    {
-        for (QByteArray& arg : m_args)
-            m_pointers.push_back(arg.data());
-        m_pointers.push_back(nullptr);
-    }
-    CommandLine(const CommandLine&) = delete;
-    CommandLine& operator=(const CommandLine&) = delete;
-
-    int& argc() { return m_count; }
-    char** argv() { return m_pointers.data(); }
-
-private:
-    QList<QByteArray> m_args;
-    int m_count;
-    std::vector<char*> m_pointers;
-};
 
 /// A configuration document with the application key `appKey`: `machine`,
 /// `user` and `administration` are the XML inside the key's element in the
