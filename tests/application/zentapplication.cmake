@@ -53,7 +53,8 @@ if(TARGET zentdemo)
     set_target_properties(tst_zentapplicationscreens PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${ZENT_STARTUP_TEST_DIR})
     add_dependencies(tst_zentapplicationscreens zentdemo)
     add_test(NAME zentapplicationscreens
-        COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/zentapplication/run-under-xvfb.sh
+        # Two screens, 800x600 (the primary) and 640x480.
+        COMMAND ${PROJECT_SOURCE_DIR}/tests/scripts/run-under-xvfb.sh --screen 800x600x24 --screen 640x480x24
                 $<TARGET_FILE:tst_zentapplicationscreens>)
     set_tests_properties(zentapplicationscreens PROPERTIES
         TIMEOUT 120

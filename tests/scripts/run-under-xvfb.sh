@@ -1,8 +1,23 @@
 #!/usr/bin/env bash
-# Runs a program on a private Xvfb display: run-under-xvfb.sh <program> [args...]
-# The server picks a free display number itself and reports it through
-# -displayfd; it is stopped by its process id whatever the program's outcome.
+# Runs a program on a private Xvfb display:
+#   run-under-xvfb.sh --screen WxHxD [--screen WxHxD ...] <program> [args...]
+# Each --screen adds one screen of that size and depth; the first is the
+# primary. The server picks a free display number itself and reports it
+# through -displayfd; it is stopped by its process id whatever the program's
+# outcome.
 set -euo pipefail
+
+screens=()
+count=0
+while [ "${1:-}" = "--screen" ] && [ $# -ge 2 ]; do
+    screens+=(-screen "$count" "$2")
+    count=$((count + 1))
+    shift 2
+done
+if [ ${#screens[@]} -eq 0 ] || [ $# -eq 0 ]; then
+    echo "usage: run-under-xvfb.sh --screen WxHxD [--screen WxHxD ...] <program> [args...]" >&2
+    exit 2
+fi
 
 if ! command -v Xvfb >/dev/null 2>&1; then
     echo "Xvfb is not installed (Debian: xvfb); skipped" >&2
@@ -20,7 +35,7 @@ cleanup() {
 }
 trap cleanup EXIT
 
-Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$workdir/display" 2>"$workdir/xvfb.log" &
+Xvfb -displayfd 3 "${screens[@]}" -nolisten tcp 3>"$workdir/display" 2>"$workdir/xvfb.log" &
 xvfb_pid=$!
 
 display=
@@ -42,4 +57,6 @@ if [ -z "$display" ]; then
     exit 1
 fi
 
-DISPLAY=":$display" QT_QPA_PLATFORM=xcb "$@"
+status=0
+DISPLAY=":$display" QT_QPA_PLATFORM=xcb "$@" || status=$?
+exit $status
