@@ -1,5 +1,5 @@
 // On a real X server with two screens (Xvfb, 800x600 primary and 640x480;
-// see zentapplication/run-under-xvfb.sh): the screen the splash appears on,
+// started by tests/scripts/run-under-xvfb.sh): the screen the splash appears on,
 // and screenshots of zentdemo showing its splash and then its main window,
 // kept as PNG files in the build folder for a look by eye.
 #include "application/zentapplication.h"
