@@ -94,6 +94,23 @@ private:
                            QStringLiteral("CfgXml"), operation, /*checkLine=*/false);
     }
 
+    /// Opening `cfg` fails because Cfg.xml does not exist.
+    void CompareMissingFileException(OpenCfgXml& cfg) const
+    {
+        CompareException([&] { cfg.OpenDocument(true); },
+                         QStringLiteral("The configuration file \"") + Path(QStringLiteral("Cfg.xml")) +
+                             QStringLiteral("\" does not exist.\n"),
+                         QStringLiteral("OpenDocument"));
+    }
+
+    /// The exception text for a Cfg.xml that does not parse and has no usable backup.
+    QString FatalParseError(const QString& problem, int line, int column) const
+    {
+        return QStringLiteral("Parse error in file %1: %2 at line %3 in column %4. And no valid backup "
+                              "file found.\n\nTALVO terminates!")
+            .arg(Path(QStringLiteral("Cfg.xml")), problem, QString::number(line), QString::number(column));
+    }
+
     static QString ParserMessage(const QByteArray& bytes, int* line, int* column)
     {
         QDomDocument document;
@@ -611,10 +628,7 @@ private slots:
     void missingFileWithoutDialogThrows()
     {
         OpenCfgXml cfg(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App"), ICfg::VIEW_Machine);
-        CompareException([&] { cfg.OpenDocument(true); },
-                         QStringLiteral("The configuration file \"") + Path(QStringLiteral("Cfg.xml")) +
-                             QStringLiteral("\" does not exist.\n"),
-                         QStringLiteral("OpenDocument"));
+        CompareMissingFileException(cfg);
         QVERIFY(!QFile::exists(Path(QStringLiteral("Cfg.xml"))));
     }
 
@@ -639,10 +653,7 @@ private slots:
     {
         ErrorHandler::Instance().SetMessageDialog([](const QString&) { return false; });
         OpenCfgXml cfg(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App"), ICfg::VIEW_Machine);
-        CompareException([&] { cfg.OpenDocument(true); },
-                         QStringLiteral("The configuration file \"") + Path(QStringLiteral("Cfg.xml")) +
-                             QStringLiteral("\" does not exist.\n"),
-                         QStringLiteral("OpenDocument"));
+        CompareMissingFileException(cfg);
         QVERIFY(!QFile::exists(Path(QStringLiteral("Cfg.xml"))));
     }
 
@@ -650,10 +661,7 @@ private slots:
     {
         Write(Path(QStringLiteral("Cfg.xml.bak")), QByteArray());
         OpenCfgXml cfg(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App"), ICfg::VIEW_Machine);
-        CompareException([&] { cfg.OpenDocument(true); },
-                         QStringLiteral("The configuration file \"") + Path(QStringLiteral("Cfg.xml")) +
-                             QStringLiteral("\" does not exist.\n"),
-                         QStringLiteral("OpenDocument"));
+        CompareMissingFileException(cfg);
         Write(Path(QStringLiteral("Cfg.xml")), MAIN);
         cfg.RestoreBackup();
         QCOMPARE(Read(Path(QStringLiteral("Cfg.xml"))), MAIN);
@@ -709,13 +717,8 @@ private slots:
         int column = 0;
         const QString message = ParserMessage(broken, &line, &column);
         OpenCfgXml cfg(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App"), ICfg::VIEW_Machine);
-        CompareException(
-            [&] { cfg.OpenDocument(restoreAllowed); },
-            QStringLiteral("Parse error in file %1: %2 at line %3 in column %4. And no valid backup "
-                           "file found.\n\nTALVO terminates!")
-                .arg(Path(QStringLiteral("Cfg.xml")), message, QString::number(line),
-                     QString::number(column)),
-            QStringLiteral("OpenDocument"));
+        CompareException([&] { cfg.OpenDocument(restoreAllowed); }, FatalParseError(message, line, column),
+                         QStringLiteral("OpenDocument"));
         QCOMPARE(Read(Path(QStringLiteral("Cfg.xml"))), broken);
     }
 
@@ -1612,12 +1615,9 @@ private slots:
             "<!DOCTYPE Cfg [<!ENTITY x \"v\">]>\n<Cfg><System/><Domain/><Machine/></Cfg>";
         Write(Path(QStringLiteral("Cfg.xml")), bytes);
         OpenCfgXml cfg(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App"), ICfg::VIEW_Machine);
-        CompareException(
-            [&] { cfg.OpenDocument(false); },
-            QStringLiteral("Parse error in file %1: entity declarations are not allowed at line 1 in "
-                           "column 32. And no valid backup file found.\n\nTALVO terminates!")
-                .arg(Path(QStringLiteral("Cfg.xml"))),
-            QStringLiteral("OpenDocument"));
+        CompareException([&] { cfg.OpenDocument(false); },
+                         FatalParseError(QStringLiteral("entity declarations are not allowed"), 1, 32),
+                         QStringLiteral("OpenDocument"));
     }
 
     void deepNestingIsAParseError()
@@ -1626,12 +1626,9 @@ private slots:
             "<Cfg>" + QByteArray("<a>").repeated(1000) + QByteArray("</a>").repeated(1000) + "</Cfg>";
         Write(Path(QStringLiteral("Cfg.xml")), bytes);
         OpenCfgXml cfg(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App"), ICfg::VIEW_Machine);
-        CompareException(
-            [&] { cfg.OpenDocument(false); },
-            QStringLiteral("Parse error in file %1: elements nested too deeply at line 1 in column "
-                           "3005. And no valid backup file found.\n\nTALVO terminates!")
-                .arg(Path(QStringLiteral("Cfg.xml"))),
-            QStringLiteral("OpenDocument"));
+        CompareException([&] { cfg.OpenDocument(false); },
+                         FatalParseError(QStringLiteral("elements nested too deeply"), 1, 3005),
+                         QStringLiteral("OpenDocument"));
         Write(Path(QStringLiteral("Cfg.xml")),
               Document("<System/><Domain/><Machine>" + QByteArray("<a>").repeated(990) + "<V>deep</V>" +
                        QByteArray("</a>").repeated(990) + "</Machine>"));
