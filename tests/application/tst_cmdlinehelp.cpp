@@ -1,35 +1,11 @@
 #include "application/cmdlinehelp.h"
-#include "common/commandline.h"
-#include "kvbase/zentos.h"
+#include "cmdlinehelptestsupport.h"
 
 #include <QFile>
 #include <QStandardPaths>
-#include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
-
-// Records which files would have been shown instead of opening a viewer.
-class RecordingOS : public ZentOS
-{
-public:
-    bool DisplayTextFile(const QString& fileName) override
-    {
-        m_shown.append(fileName);
-        m_shownContent.append(ReadFile(fileName));
-        return m_result;
-    }
-
-    static QByteArray ReadFile(const QString& fileName)
-    {
-        QFile file(fileName);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<unreadable>");
-    }
-
-    QStringList m_shown;
-    QList<QByteArray> m_shownContent;
-    bool m_result = true;
-};
 
 // Opens the protected checks for the test.
 class TestableCmdLineHelp : public CmdLineHelp
@@ -44,21 +20,6 @@ public:
 };
 
 const QByteArray TEN_THOUSAND_COLONS(10000, ':');
-
-QString ExpectedCfgDocBlock()
-{
-    const QString blanks27(27, QLatin1Char(' '));
-    const QString tabs13(13, QLatin1Char('\t'));
-    return QLatin1String("CfgDoc     =   CfgType:CfgTarget\n") +
-           QLatin1String("CfgType    =   [ Registry, Xml, Server ] default:Server, case sensitive\n") +
-           QLatin1String("CfgTarget( Registry )  =   none, not available in LINUX\n") +
-           QLatin1String("CfgTarget( Xml )       =   The Xml file name. Extension .xml is expected.\n") +
-           blanks27 + QLatin1String("default: Cfg.xml\n") +
-           QLatin1String("CfgTarget( Server )    =   The IP address and port of the machine, \n") + tabs13 +
-           QLatin1String(" the server is installed on.\n") + blanks27 +
-           QLatin1String("default: The IP address of the local machine.\n") + tabs13 +
-           QLatin1String(" default: Port is 4000\n");
-}
 
 QString ExpectedHelpText()
 {
@@ -127,8 +88,7 @@ private slots:
 private:
     QString HelpFileOf(const QByteArray& program) const { return QFile::decodeName(program + ".txt"); }
 
-    RecordingOS m_os;
-    QTemporaryDir* m_pDir = nullptr;
+    std::unique_ptr<HelpTestEnvironment> m_env;
 };
 
 void TestCmdLineHelp::initTestCase()
@@ -138,19 +98,13 @@ void TestCmdLineHelp::initTestCase()
 
 void TestCmdLineHelp::init()
 {
-    m_os.m_shown.clear();
-    m_os.m_shownContent.clear();
-    m_os.m_result = true;
-    ZentOS::SetInstance(&m_os);
-    m_pDir = new QTemporaryDir;
-    QVERIFY2(m_pDir->isValid(), qPrintable(m_pDir->errorString()));
+    m_env = std::make_unique<HelpTestEnvironment>();
+    QVERIFY2(m_env->dir.isValid(), qPrintable(m_env->dir.errorString()));
 }
 
 void TestCmdLineHelp::cleanup()
 {
-    ZentOS::SetInstance(nullptr);
-    delete m_pDir;
-    m_pDir = nullptr;
+    m_env.reset();
 }
 
 void TestCmdLineHelp::parseAppKeySplitsAtFirstThreeColons_data()
@@ -313,9 +267,8 @@ void TestCmdLineHelp::checkArgsReportsTheFirstFault()
 {
     QFETCH(QList<QByteArray>, args);
     QFETCH(QString, fragment);
-    CommandLine line(args);
     TestableCmdLineHelp help;
-    QCOMPARE(help.CheckArgs(line.argc(), line.argv()), fragment);
+    QCOMPARE(CheckArgs(help, args), fragment);
 }
 
 // Each row states exactly what comes back: an empty text or the fragment.
@@ -357,9 +310,8 @@ void TestCmdLineHelp::badInputGivesEmptyResultOrFragment()
 {
     QFETCH(QList<QByteArray>, args);
     QFETCH(QString, fragment);
-    CommandLine line(args);
     TestableCmdLineHelp help;
-    QCOMPARE(help.CheckArgs(line.argc(), line.argv()), fragment);
+    QCOMPARE(CheckArgs(help, args), fragment);
 }
 
 void TestCmdLineHelp::checkAppKeyAndCheckCfgDocGiveInnerFragments()
@@ -385,42 +337,38 @@ void TestCmdLineHelp::helpTextIsExact()
 
 void TestCmdLineHelp::displayWithoutArgumentsShowsErrorAndHelp()
 {
-    const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    CommandLine line({program});
+    const QByteArray program = m_env->Program("prog");
     CmdLineHelp help;
-    QCOMPARE(help.Display(line.argc(), line.argv()), true);
-    QCOMPARE(m_os.m_shown, QStringList{HelpFileOf(program)});
+    QCOMPARE(Display(help, {program}), true);
+    QCOMPARE(m_env->os.m_shown, QStringList{HelpFileOf(program)});
     const QByteArray expected = ErrorText(", the argument AppKey is missing.").toLatin1();
-    QCOMPARE(m_os.m_shownContent.value(0), expected);
+    QCOMPARE(m_env->os.m_shownContent.value(0), expected);
     QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), expected);
 }
 
 void TestCmdLineHelp::displayOfHelpRequestShowsOnlyHelp()
 {
-    const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    CommandLine line({program, "/h"});
+    const QByteArray program = m_env->Program("prog");
     CmdLineHelp help;
-    QCOMPARE(help.Display(line.argc(), line.argv()), true);
-    QCOMPARE(m_os.m_shown, QStringList{HelpFileOf(program)});
+    QCOMPARE(Display(help, {program, "/h"}), true);
+    QCOMPARE(m_env->os.m_shown, QStringList{HelpFileOf(program)});
     QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), ExpectedHelpText().toLatin1());
 }
 
 void TestCmdLineHelp::displayOfHelpRequestIgnoresFollowingCfgDoc()
 {
-    const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    CommandLine line({program, "/h", "Registry"});
+    const QByteArray program = m_env->Program("prog");
     CmdLineHelp help;
-    QCOMPARE(help.Display(line.argc(), line.argv()), true);
+    QCOMPARE(Display(help, {program, "/h", "Registry"}), true);
     QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), ExpectedHelpText().toLatin1());
 }
 
 void TestCmdLineHelp::displayOfGoodCommandLineShowsNothing()
 {
-    const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    CommandLine line({program, "DemoApp:a.dll", "Xml:Cfg.xml"});
+    const QByteArray program = m_env->Program("prog");
     CmdLineHelp help;
-    QCOMPARE(help.Display(line.argc(), line.argv()), false);
-    QCOMPARE(m_os.m_shown, QStringList());
+    QCOMPARE(Display(help, {program, "DemoApp:a.dll", "Xml:Cfg.xml"}), false);
+    QCOMPARE(m_env->os.m_shown, QStringList());
     QCOMPARE(QFile::exists(HelpFileOf(program)), false);
 }
 
@@ -444,10 +392,9 @@ void TestCmdLineHelp::displayComposesTheFullErrorText()
 {
     QFETCH(QList<QByteArray>, args);
     QFETCH(QString, errorLine);
-    const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    CommandLine line(QList<QByteArray>{program} + args);
+    const QByteArray program = m_env->Program("prog");
     CmdLineHelp help;
-    QCOMPARE(help.Display(line.argc(), line.argv()), true);
+    QCOMPARE(Display(help, QList<QByteArray>{program} + args), true);
     const QByteArray expected =
         (errorLine + QLatin1String("\nSee command line help:\n\n") + ExpectedHelpText()).toLatin1();
     QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), expected);
@@ -455,10 +402,9 @@ void TestCmdLineHelp::displayComposesTheFullErrorText()
 
 void TestCmdLineHelp::displayWritesLatin1()
 {
-    const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    CommandLine line({program, "Ab:\xe9t\xe9.so"});
+    const QByteArray program = m_env->Program("prog");
     CmdLineHelp help;
-    QCOMPARE(help.Display(line.argc(), line.argv()), true);
+    QCOMPARE(Display(help, {program, "Ab:\xe9t\xe9.so"}), true);
     const QByteArray expectedStart =
         "Command line error in AppKey in DllList for preload: wrong suffix found. "
         "\".dll\" is expected for \xe9t\xe9.so.\nSee command line help:\n\n";
@@ -471,48 +417,44 @@ void TestCmdLineHelp::displayWritesLatin1()
 
 void TestCmdLineHelp::displayTruncatesAnOldHelpFile()
 {
-    const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
+    const QByteArray program = m_env->Program("prog");
     {
         QFile old(HelpFileOf(program));
         QVERIFY(old.open(QIODevice::WriteOnly));
         old.write(QByteArray(20000, 'x'));
     }
-    CommandLine line({program, "/h"});
     CmdLineHelp help;
-    QCOMPARE(help.Display(line.argc(), line.argv()), true);
+    QCOMPARE(Display(help, {program, "/h"}), true);
     QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), ExpectedHelpText().toLatin1());
 }
 
 void TestCmdLineHelp::displayIgnoresUnwritableHelpFile()
 {
-    const QByteArray program = QFile::encodeName(m_pDir->filePath("missing-folder/prog"));
-    CommandLine line({program, "/h"});
+    const QByteArray program = m_env->Program("missing-folder/prog");
     CmdLineHelp help;
-    QCOMPARE(help.Display(line.argc(), line.argv()), true);
+    QCOMPARE(Display(help, {program, "/h"}), true);
     QCOMPARE(QFile::exists(HelpFileOf(program)), false);
     // The file is still offered for showing; the viewer finds nothing.
-    QCOMPARE(m_os.m_shown, QStringList{HelpFileOf(program)});
-    QCOMPARE(m_os.m_shownContent.value(0), QByteArray("<unreadable>"));
+    QCOMPARE(m_env->os.m_shown, QStringList{HelpFileOf(program)});
+    QCOMPARE(m_env->os.m_shownContent.value(0), QByteArray("<unreadable>"));
 }
 
 void TestCmdLineHelp::displayIgnoresFailureToShow()
 {
-    m_os.m_result = false;
-    const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    CommandLine line({program, "A"});
+    m_env->os.m_result = false;
+    const QByteArray program = m_env->Program("prog");
     CmdLineHelp help;
-    QCOMPARE(help.Display(line.argc(), line.argv()), true);
-    QCOMPARE(m_os.m_shown, QStringList{HelpFileOf(program)});
+    QCOMPARE(Display(help, {program, "A"}), true);
+    QCOMPARE(m_env->os.m_shown, QStringList{HelpFileOf(program)});
     QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), ErrorText(CFGKEY_ERROR).toLatin1());
 }
 
 void TestCmdLineHelp::displayKeepsProgramName()
 {
-    const QByteArray program = QFile::encodeName(m_pDir->filePath("prog"));
-    CommandLine line({program, "Ab", "Server"});
+    const QByteArray program = m_env->Program("prog");
     TestableCmdLineHelp help;
     QCOMPARE(help.ProgName(), QString());
-    QCOMPARE(help.Display(line.argc(), line.argv()), false);
+    QCOMPARE(Display(help, {program, "Ab", "Server"}), false);
     QCOMPARE(help.ProgName(), QString::fromLatin1(program));
 }
 

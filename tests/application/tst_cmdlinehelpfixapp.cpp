@@ -1,25 +1,11 @@
 #include "application/cmdlinehelpfixapp.h"
-#include "common/commandline.h"
-#include "kvbase/zentos.h"
+#include "cmdlinehelptestsupport.h"
 
 #include <QFile>
 #include <QStandardPaths>
-#include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
-
-// Records which files would have been shown instead of opening a viewer.
-class RecordingOS : public ZentOS
-{
-public:
-    bool DisplayTextFile(const QString& fileName) override
-    {
-        m_shown.append(fileName);
-        return true;
-    }
-    QStringList m_shown;
-};
 
 class TestableFixApp : public CmdLineHelpFixApp
 {
@@ -30,27 +16,11 @@ public:
     void SetProgName(const QString& name) { m_ProgName = name; }
 };
 
-QByteArray ReadFile(const QString& fileName)
-{
-    QFile file(fileName);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<unreadable>");
-}
-
 QString ExpectedHelpText(const QString& prog)
 {
-    const QString blanks27(27, QLatin1Char(' '));
-    const QString tabs13(13, QLatin1Char('\t'));
-    return prog + QLatin1String(" CfgDoc\n") + QLatin1String("\n") +
-           QLatin1String("CfgDoc     =   CfgType:CfgTarget\n") +
-           QLatin1String("CfgType    =   [ Registry, Xml, Server ] default:Server, case sensitive\n") +
-           QLatin1String("CfgTarget( Registry )  =   none, not available in LINUX\n") +
-           QLatin1String("CfgTarget( Xml )       =   The Xml file name. Extension .xml is expected.\n") +
-           blanks27 + QLatin1String("default: Cfg.xml\n") +
-           QLatin1String("CfgTarget( Server )    =   The IP address and port of the machine, \n") + tabs13 +
-           QLatin1String(" the server is installed on.\n") + blanks27 +
-           QLatin1String("default: The IP address of the local machine.\n") + tabs13 +
-           QLatin1String(" default: Port is 4000\n") + QLatin1String("\n") + QLatin1String("Examples:\n") +
-           prog + QLatin1String(" Server\n") + prog + QLatin1String(" Xml:System.xml\n");
+    return prog + QLatin1String(" CfgDoc\n") + QLatin1String("\n") + ExpectedCfgDocBlock() +
+           QLatin1String("\n") + QLatin1String("Examples:\n") + prog + QLatin1String(" Server\n") + prog +
+           QLatin1String(" Xml:System.xml\n");
 }
 
 } // namespace
@@ -76,8 +46,7 @@ private slots:
     void copyAndMoveKeepProgramName();
 
 private:
-    RecordingOS m_os;
-    QTemporaryDir* m_pDir = nullptr;
+    std::unique_ptr<HelpTestEnvironment> m_env;
 };
 
 void TestCmdLineHelpFixApp::initTestCase()
@@ -87,17 +56,13 @@ void TestCmdLineHelpFixApp::initTestCase()
 
 void TestCmdLineHelpFixApp::init()
 {
-    m_os.m_shown.clear();
-    ZentOS::SetInstance(&m_os);
-    m_pDir = new QTemporaryDir;
-    QVERIFY2(m_pDir->isValid(), qPrintable(m_pDir->errorString()));
+    m_env = std::make_unique<HelpTestEnvironment>();
+    QVERIFY2(m_env->dir.isValid(), qPrintable(m_env->dir.errorString()));
 }
 
 void TestCmdLineHelpFixApp::cleanup()
 {
-    ZentOS::SetInstance(nullptr);
-    delete m_pDir;
-    m_pDir = nullptr;
+    m_env.reset();
 }
 
 void TestCmdLineHelpFixApp::checkArgsLooksOnlyAtCfgDoc_data()
@@ -132,9 +97,8 @@ void TestCmdLineHelpFixApp::checkArgsLooksOnlyAtCfgDoc()
 {
     QFETCH(QList<QByteArray>, args);
     QFETCH(QString, fragment);
-    CommandLine line(args);
     TestableFixApp help;
-    QCOMPARE(help.CheckArgs(line.argc(), line.argv()), fragment);
+    QCOMPARE(CheckArgs(help, args), fragment);
 }
 
 void TestCmdLineHelpFixApp::helpTextNamesTheRunningProgram()
@@ -146,58 +110,53 @@ void TestCmdLineHelpFixApp::helpTextNamesTheRunningProgram()
 
 void TestCmdLineHelpFixApp::displayWithTwoArgumentsShowsNothing()
 {
-    const QByteArray program = QFile::encodeName(m_pDir->filePath("fixed"));
-    CommandLine line({program, "Fixed"});
+    const QByteArray program = m_env->Program("fixed");
     CmdLineHelpFixApp help;
-    QCOMPARE(help.Display(line.argc(), line.argv()), false);
-    QCOMPARE(m_os.m_shown, QStringList());
+    QCOMPARE(Display(help, {program, "Fixed"}), false);
+    QCOMPARE(m_env->os.m_shown, QStringList());
     QCOMPARE(QFile::exists(QFile::decodeName(program + ".txt")), false);
 }
 
 void TestCmdLineHelpFixApp::displayWithoutArgumentsShowsNothing()
 {
     // The base class would complain about the missing AppKey; this one has its own.
-    const QByteArray program = QFile::encodeName(m_pDir->filePath("fixed"));
-    CommandLine line({program});
+    const QByteArray program = m_env->Program("fixed");
     CmdLineHelpFixApp help;
-    QCOMPARE(help.Display(line.argc(), line.argv()), false);
-    QCOMPARE(m_os.m_shown, QStringList());
+    QCOMPARE(Display(help, {program}), false);
+    QCOMPARE(m_env->os.m_shown, QStringList());
 }
 
 void TestCmdLineHelpFixApp::displayOfBadCfgDocShowsErrorAndHelp()
 {
-    const QByteArray program = QFile::encodeName(m_pDir->filePath("fixed"));
-    CommandLine line({program, "Fixed", "Registry"});
+    const QByteArray program = m_env->Program("fixed");
     CmdLineHelpFixApp help;
-    QCOMPARE(help.Display(line.argc(), line.argv()), true);
+    QCOMPARE(Display(help, {program, "Fixed", "Registry"}), true);
     const QString fileName = QFile::decodeName(program + ".txt");
-    QCOMPARE(m_os.m_shown, QStringList{fileName});
+    QCOMPARE(m_env->os.m_shown, QStringList{fileName});
     const QString expected =
         QLatin1String("Command line error in CfgDoc: Unknown CfgType.\nSee command line help:\n\n") +
         ExpectedHelpText(QString::fromLatin1(program));
-    QCOMPARE(ReadFile(fileName), expected.toLatin1());
+    QCOMPARE(RecordingOS::ReadFile(fileName), expected.toLatin1());
 }
 
 void TestCmdLineHelpFixApp::displayOfHelpRequestShowsOnlyHelp()
 {
-    const QByteArray program = QFile::encodeName(m_pDir->filePath("fixed"));
-    CommandLine line({program, "/h", "Registry"});
+    const QByteArray program = m_env->Program("fixed");
     CmdLineHelpFixApp help;
-    QCOMPARE(help.Display(line.argc(), line.argv()), true);
+    QCOMPARE(Display(help, {program, "/h", "Registry"}), true);
     const QString fileName = QFile::decodeName(program + ".txt");
-    QCOMPARE(m_os.m_shown, QStringList{fileName});
-    QCOMPARE(ReadFile(fileName), ExpectedHelpText(QString::fromLatin1(program)).toLatin1());
+    QCOMPARE(m_env->os.m_shown, QStringList{fileName});
+    QCOMPARE(RecordingOS::ReadFile(fileName), ExpectedHelpText(QString::fromLatin1(program)).toLatin1());
 }
 
 void TestCmdLineHelpFixApp::displayWritesProgramNameInLatin1()
 {
     // Argument 0 is read as Latin-1 and written as Latin-1, so its bytes (here
     // a UTF-8 name) come back unchanged in the text.
-    const QByteArray program = QFile::encodeName(m_pDir->filePath(QString::fromUtf8("fix\xc3\xa9")));
+    const QByteArray program = m_env->Program(QString::fromUtf8("fix\xc3\xa9"));
     QVERIFY(program.endsWith("/fix\xc3\xa9"));
-    CommandLine line({program, "/h"});
     CmdLineHelpFixApp help;
-    QCOMPARE(help.Display(line.argc(), line.argv()), true);
+    QCOMPARE(Display(help, {program, "/h"}), true);
     QFile file(QFile::decodeName(program + ".txt"));
     QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(file.errorString()));
     const QByteArray content = file.readAll();
