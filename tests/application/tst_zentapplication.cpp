@@ -47,11 +47,28 @@ const QString EXPERT_TRACE = QStringLiteral("<ExceptionHandling>"
                                             "<Q_TRACE>true</Q_TRACE><Q_EXPERT_TRACE>true</Q_EXPERT_TRACE>"
                                             "</ExceptionHandling>");
 
+/// Two plug-ins that are listed but not loaded at start-up.
+const QString SUSPENDED_A_AND_B = QStringLiteral("<AdditionalDlls>"
+                                                 "<A><FileName>A.dll</FileName><Suspend>true</Suspend></A>"
+                                                 "<B><FileName>B.dll</FileName><Suspend>true</Suspend></B>"
+                                                 "</AdditionalDlls>");
+
 QString SplashStartup(int timeout)
 {
     return QStringLiteral("<Startup><SplashImage>splash.png</SplashImage>"
                           "<SplashTimeout>%1</SplashTimeout></Startup>")
         .arg(timeout);
+}
+
+/// The splash windows among the application's top-level widgets.
+QList<ZentSplash*> TopLevelSplashes()
+{
+    QList<ZentSplash*> splashes;
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (auto* found = qobject_cast<ZentSplash*>(widget))
+            splashes << found;
+    }
+    return splashes;
 }
 
 /// A temporary working directory holding Cfg.xml, a splash image and the
@@ -538,11 +555,7 @@ void TestZentApplication::splashTimeoutIsKeptInMilliseconds()
     const qint64 after = ZentOS::Create().GetTime();
     QCOMPARE(app.SplashShowTimeInMSec(), 5000);
     QVERIFY(app.SplashShowTime() >= before && app.SplashShowTime() <= after);
-    QList<ZentSplash*> splashes;
-    for (QWidget* widget : QApplication::topLevelWidgets()) {
-        if (auto* found = qobject_cast<ZentSplash*>(widget))
-            splashes << found;
-    }
+    const QList<ZentSplash*> splashes = TopLevelSplashes();
     QCOMPARE(splashes.size(), 1);
     QCOMPARE(splashes.first()->objectName(), QStringLiteral("SplashScreen_TestApp"));
     QVERIFY(splashes.first()->isVisible());
@@ -583,9 +596,7 @@ void TestZentApplication::splashIsCentredOnTheStoredScreen()
     CommandLine line(Args(APP_KEY));
     ZentApplication app;
     app.Init(line.argc(), line.argv(), false);
-    ZentSplash* splash = nullptr;
-    for (QWidget* widget : QApplication::topLevelWidgets())
-        splash = splash ? splash : qobject_cast<ZentSplash*>(widget);
+    ZentSplash* splash = TopLevelSplashes().value(0);
     QVERIFY(splash);
     // The offscreen platform has one screen: every other number means the primary one.
     const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
@@ -601,9 +612,7 @@ void TestZentApplication::splashOfConfigurationServerIsNamedCfgServer()
     ZentApplication app;
     app.Init(line.argc(), line.argv(), false);
     QCOMPARE(app.SplashShowTimeInMSec(), 2000);
-    ZentSplash* splash = nullptr;
-    for (QWidget* widget : QApplication::topLevelWidgets())
-        splash = splash ? splash : qobject_cast<ZentSplash*>(widget);
+    ZentSplash* splash = TopLevelSplashes().value(0);
     QVERIFY(splash);
     QCOMPARE(splash->objectName(), QStringLiteral("SplashScreen_CfgServer"));
 }
@@ -615,9 +624,7 @@ void TestZentApplication::splashControlsReachTheSplash()
     CommandLine line(Args(APP_KEY));
     ZentApplication app;
     app.Init(line.argc(), line.argv(), false);
-    ZentSplash* splash = nullptr;
-    for (QWidget* widget : QApplication::topLevelWidgets())
-        splash = splash ? splash : qobject_cast<ZentSplash*>(widget);
+    ZentSplash* splash = TopLevelSplashes().value(0);
     QVERIFY(splash);
     QPointer<ZentSplash> guard(splash);
 
@@ -726,11 +733,7 @@ void TestZentApplication::checkListOfAdditonalDllsAcceptsTheConfiguredList_data(
 void TestZentApplication::checkListOfAdditonalDllsAcceptsTheConfiguredList()
 {
     QFETCH(QStringList, dlls);
-    WorkingDir dir(
-        StartupCfg(APP_KEY, QStringLiteral("<AdditionalDlls>"
-                                           "<A><FileName>A.dll</FileName><Suspend>true</Suspend></A>"
-                                           "<B><FileName>B.dll</FileName><Suspend>true</Suspend></B>"
-                                           "</AdditionalDlls>")));
+    WorkingDir dir(StartupCfg(APP_KEY, SUSPENDED_A_AND_B));
     QVERIFY(dir.IsValid());
     CommandLine line(Args(APP_KEY));
     ZentApplication app;
@@ -741,11 +744,7 @@ void TestZentApplication::checkListOfAdditonalDllsAcceptsTheConfiguredList()
 
 void TestZentApplication::checkListOfAdditonalDllsThrowsOnADifference()
 {
-    WorkingDir dir(
-        StartupCfg(APP_KEY, QStringLiteral("<AdditionalDlls>"
-                                           "<A><FileName>A.dll</FileName><Suspend>true</Suspend></A>"
-                                           "<B><FileName>B.dll</FileName><Suspend>true</Suspend></B>"
-                                           "</AdditionalDlls>")));
+    WorkingDir dir(StartupCfg(APP_KEY, SUSPENDED_A_AND_B));
     QVERIFY(dir.IsValid());
     CommandLine line(Args(APP_KEY));
     ZentApplication app;
