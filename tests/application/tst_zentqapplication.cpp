@@ -141,6 +141,25 @@ bool NoActiveWindow()
     return QApplication::activeWindow() == nullptr;
 }
 
+/// A new top-level window, minimised while no window is active, as a request
+/// to bring the application to the front finds it; null when it does not get there.
+QWidget* MinimisedWindowWhileNoneIsActive()
+{
+    auto* window = new QWidget;
+    window->showMinimized();
+    const bool minimised = QTest::qWaitFor([window] { return window->isMinimized(); });
+    return minimised && NoActiveWindow() ? window : nullptr;
+}
+
+/// A new top-level window, shown and active; null when it does not become active.
+QWidget* ActiveWindow()
+{
+    auto* window = new QWidget;
+    window->show();
+    window->activateWindow();
+    return QTest::qWaitForWindowActive(window) ? window : nullptr;
+}
+
 void SendKey(QWindow* window, bool press, Qt::Key key)
 {
     if (press)
@@ -265,10 +284,8 @@ void TestZentQApplication::bringToFrontWithAnActiveWindowChangesNothingButIsCons
     auto* minimised = new QWidget;
     minimised->showMinimized();
     QTRY_VERIFY(minimised->isMinimized());
-    auto* active = new QWidget;
-    active->show();
-    active->activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(active));
+    QWidget* active = ActiveWindow();
+    QVERIFY(active);
     QTest::qWait(50);
     QCOMPARE(QApplication::activeWindow(), active);
     QVERIFY(QApp()->HandleMessage(m_app.GetActivatedMsg(), 0));
@@ -307,10 +324,8 @@ void TestZentQApplication::bringToFrontLeavesWindowsWithAParentAlone()
 
 void TestZentQApplication::bringToFrontFromAnotherThreadIsNotHandled()
 {
-    auto* window = new QWidget;
-    window->showMinimized();
-    QTRY_VERIFY(window->isMinimized());
-    QVERIFY(NoActiveWindow());
+    QWidget* window = MinimisedWindowWhileNoneIsActive();
+    QVERIFY(window);
     bool consumed = true;
     const unsigned int message = m_app.GetActivatedMsg();
     std::unique_ptr<QThread> thread(
@@ -323,20 +338,16 @@ void TestZentQApplication::bringToFrontFromAnotherThreadIsNotHandled()
 
 void TestZentQApplication::bringToFrontRequestArrivesOnTheChannel()
 {
-    auto* window = new QWidget;
-    window->showMinimized();
-    QTRY_VERIFY(window->isMinimized());
-    QVERIFY(NoActiveWindow());
+    QWidget* window = MinimisedWindowWhileNoneIsActive();
+    QVERIFY(window);
     QCOMPARE(ZentOS::Create().BroadcastMessage(APP_KEY, m_app.GetActivatedMsg()), 1L);
     QTRY_VERIFY(!window->isMinimized());
 }
 
 void TestZentQApplication::channelPassesOnlyRegisteredMessages()
 {
-    auto* window = new QWidget;
-    window->showMinimized();
-    QTRY_VERIFY(window->isMinimized());
-    QVERIFY(NoActiveWindow());
+    QWidget* window = MinimisedWindowWhileNoneIsActive();
+    QVERIFY(window);
     QSignalSpy timeChanges(QApp(), &ZentQApplication::signalRereadTimeZoneOffset);
     const QList<QByteArray> requests{QByteArrayLiteral("30\n"), QByteArrayLiteral("257\n"),
                                      QByteArrayLiteral("no number\n"), QByteArray(200, '7') + '\n',
@@ -381,10 +392,8 @@ void TestZentQApplication::liveChannelOfAnotherInstanceIsKept()
     QCOMPARE(QApp()->ListenForActivation(other), false);
     QVERIFY(running.isListening());
     // This application's own channel is still in use.
-    auto* window = new QWidget;
-    window->showMinimized();
-    QTRY_VERIFY(window->isMinimized());
-    QVERIFY(NoActiveWindow());
+    QWidget* window = MinimisedWindowWhileNoneIsActive();
+    QVERIFY(window);
     QCOMPARE(ZentOS::Create().BroadcastMessage(APP_KEY, m_app.GetActivatedMsg()), 1L);
     QTRY_VERIFY(!window->isMinimized());
 }
@@ -394,10 +403,8 @@ void TestZentQApplication::leftoverChannelFileIsReplaced()
     const QString stale = QStringLiteral("StaleApp");
     QVERIFY(WriteFile(ZentOS::Create().GetMessageChannel(stale), QByteArrayLiteral("left by a crash")));
     QVERIFY(QApp()->ListenForActivation(stale));
-    auto* window = new QWidget;
-    window->showMinimized();
-    QTRY_VERIFY(window->isMinimized());
-    QVERIFY(NoActiveWindow());
+    QWidget* window = MinimisedWindowWhileNoneIsActive();
+    QVERIFY(window);
     QCOMPARE(ZentOS::Create().BroadcastMessage(stale, m_app.GetActivatedMsg()), 1L);
     QTRY_VERIFY(!window->isMinimized());
     QVERIFY(QApp()->ListenForActivation(APP_KEY));
@@ -481,10 +488,8 @@ void TestZentQApplication::failingFolderPaneIsReported()
 
 void TestZentQApplication::controlShiftAltF12OpensFolderPaneOnceAndReusesIt()
 {
-    auto* window = new QWidget;
-    window->show();
-    window->activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(window));
+    QWidget* window = ActiveWindow();
+    QVERIFY(window);
     const QString before = PluginEvents();
     PressCombination(window->windowHandle(), {Qt::Key_Control, Qt::Key_Shift, Qt::Key_Alt});
     // Made after start-up, the instance runs once at its creation and once for the key.
@@ -503,10 +508,8 @@ void TestZentQApplication::controlShiftAltF12OpensFolderPaneOnceAndReusesIt()
 
 void TestZentQApplication::f12WithOnlyControlAndShiftDoesNothing()
 {
-    auto* window = new QWidget;
-    window->show();
-    window->activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(window));
+    QWidget* window = ActiveWindow();
+    QVERIFY(window);
     const QString before = PluginEvents();
     PressCombination(window->windowHandle(), {Qt::Key_Control, Qt::Key_Shift});
     PressCombination(window->windowHandle(), {Qt::Key_Alt, Qt::Key_Shift});
@@ -516,10 +519,8 @@ void TestZentQApplication::f12WithOnlyControlAndShiftDoesNothing()
 
 void TestZentQApplication::f12AfterAltWasReleasedDoesNothing()
 {
-    auto* window = new QWidget;
-    window->show();
-    window->activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(window));
+    QWidget* window = ActiveWindow();
+    QVERIFY(window);
     const QString before = PluginEvents();
     QWindow* handle = window->windowHandle();
     SendKey(handle, true, Qt::Key_Control);
