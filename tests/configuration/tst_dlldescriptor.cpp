@@ -1,4 +1,5 @@
 #include "cfgcentertestsupport.h"
+#include "common/kvexceptioncheck.h"
 #include "configuration/dlldescriptor.h"
 #include "configuration/idllinstance.h"
 #include "kvbase/kvexception.h"
@@ -25,6 +26,14 @@ public:
     }
     QList<void*> freed;
 };
+
+/// What creating the instance "I" for the key "App" from `dll` throws.
+std::optional<KVException> CreationFailure(CfgDllDescriptor* dll)
+{
+    return CaughtKVException([dll] {
+        DllInstanceDescriptor instance(dll, QStringLiteral("App"), QStringLiteral("I"), QString(), true);
+    });
+}
 
 std::unique_ptr<CfgDllDescriptor> Loaded(const QString& fileName)
 {
@@ -193,17 +202,13 @@ void TestDllDescriptor::nullFromKVCreateExIsTracedAndThrown()
     TraceLog log;
     auto dll = Loaded(QStringLiteral("tstpluginnullex.dll"));
     log.Clear();
-    try {
-        DllInstanceDescriptor instance(dll.get(), QStringLiteral("App"), QStringLiteral("I"), QString(),
-                                       true);
-        QFAIL("no exception");
-    } catch (const KVException& exception) {
-        QCOMPARE(exception.GetMessage(),
-                 QStringLiteral("LoadProc() returned invalid pointer. IDllInstance* is "
-                                "expected. Dll: tstpluginnullex.dll, Procedure: KVCreate()"));
-        QCOMPARE(exception.GetSourceFile(), SOURCE);
-        QCOMPARE(exception.GetClassName(), QStringLiteral("DllInstanceDescriptor"));
-    }
+    const std::optional<KVException> exception = CreationFailure(dll.get());
+    QVERIFY2(exception, "no exception");
+    QCOMPARE(exception->GetMessage(),
+             QStringLiteral("LoadProc() returned invalid pointer. IDllInstance* is "
+                            "expected. Dll: tstpluginnullex.dll, Procedure: KVCreate()"));
+    QCOMPARE(exception->GetSourceFile(), SOURCE);
+    QCOMPARE(exception->GetClassName(), QStringLiteral("DllInstanceDescriptor"));
     const QStringList texts = log.Texts(SOURCE);
     QCOMPARE(texts.size(), 1);
     const QRegularExpression expected(QRegularExpression::anchoredPattern(
@@ -220,34 +225,25 @@ void TestDllDescriptor::nullFromKVCreateIsThrown()
     TraceLog log;
     auto dll = Loaded(QStringLiteral("tstpluginnull.dll"));
     log.Clear();
-    try {
-        DllInstanceDescriptor instance(dll.get(), QStringLiteral("App"), QStringLiteral("I"), QString(),
-                                       true);
-        QFAIL("no exception");
-    } catch (const KVException& exception) {
-        QCOMPARE(exception.GetMessage(),
-                 QStringLiteral("LoadProc() returned invalid pointer. IDllInstance* is "
-                                "expected. Dll: tstpluginnull.dll, Procedure: KVCreate()"));
-        QCOMPARE(exception.GetClassName(), QStringLiteral("DllInstanceDescriptor"));
-    }
+    const std::optional<KVException> exception = CreationFailure(dll.get());
+    QVERIFY2(exception, "no exception");
+    QCOMPARE(exception->GetMessage(),
+             QStringLiteral("LoadProc() returned invalid pointer. IDllInstance* is "
+                            "expected. Dll: tstpluginnull.dll, Procedure: KVCreate()"));
+    QCOMPARE(exception->GetClassName(), QStringLiteral("DllInstanceDescriptor"));
     QCOMPARE(log.Texts(SOURCE), QStringList());
 }
 
 void TestDllDescriptor::missingFactoryIsThrown()
 {
     auto dll = Loaded(QStringLiteral("tstpluginnofactory.dll"));
-    try {
-        DllInstanceDescriptor instance(dll.get(), QStringLiteral("App"), QStringLiteral("I"), QString(),
-                                       true);
-        QFAIL("no exception");
-    } catch (const KVException& exception) {
-        QCOMPARE(
-            exception.GetMessage(),
-            QStringLiteral("GetProcAddress() returned invalid pointer while loading tstpluginnofactory.dll. "
-                           "Error: 2"));
-        QCOMPARE(exception.GetSourceFile(), SOURCE);
-        QCOMPARE(exception.GetClassName(), QStringLiteral("DllInstanceDescriptor"));
-    }
+    const std::optional<KVException> exception = CreationFailure(dll.get());
+    QVERIFY2(exception, "no exception");
+    QCOMPARE(exception->GetMessage(),
+             QStringLiteral("GetProcAddress() returned invalid pointer while loading tstpluginnofactory.dll. "
+                            "Error: 2"));
+    QCOMPARE(exception->GetSourceFile(), SOURCE);
+    QCOMPARE(exception->GetClassName(), QStringLiteral("DllInstanceDescriptor"));
 }
 
 void TestDllDescriptor::destroyingHandsTheInstanceToKVDestroy()
