@@ -25,6 +25,10 @@ const QString APP_KEY = QStringLiteral("InstanceApp");
 const QString PLUGIN_ENTRY = QStringLiteral("<AdditionalDlls>"
                                             "<Plugin><FileName>StartupPlugin.dll</FileName></Plugin>"
                                             "</AdditionalDlls>");
+/// What the plug-in of PLUGIN_ENTRY logs when nothing after its end runs.
+const QString EVENTS_UP_TO_THE_END =
+    QStringLiteral("StartupPlugin create InstanceApp\\AdditionalDlls\\Plugin\\Config\n"
+                   "StartupPlugin execute\nStartupPlugin ends");
 constexpr int START_TIMEOUT_MS = 20000;
 
 QString HelperProgram()
@@ -143,6 +147,7 @@ private slots:
 
 private:
     bool WriteCfg(const QString& machine);
+    void RunThrowingAtTheEnd(Instance& instance, const QString& kind);
 
     std::unique_ptr<QTemporaryDir> m_dir;
     QTemporaryDir m_runtimeDir;
@@ -168,6 +173,20 @@ void TestZentApplicationInstance::init()
 void TestZentApplicationInstance::cleanupTestCase()
 {
     qputenv("XDG_RUNTIME_DIR", m_savedRuntimeDir);
+}
+
+/// Runs `instance` with the plug-in of PLUGIN_ENTRY throwing `kind` ("kv" or "std")
+/// when it is told to end, and the trace on standard error, until it has quit.
+void TestZentApplicationInstance::RunThrowingAtTheEnd(Instance& instance, const QString& kind)
+{
+    QVERIFY(WriteCfg(PLUGIN_ENTRY));
+    instance.SetEnvironment(QStringLiteral("ZENT_TEST_PLUGIN_THROW"), kind);
+    instance.SetEnvironment(QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("zent.trace.debug=true"));
+    // The skipped steps leave the centre and the Qt application behind, deliberately.
+    instance.SetEnvironment(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("detect_leaks=0"));
+    instance.Start(APP_KEY);
+    QVERIFY2(instance.WaitForLine(QStringLiteral("init-returned")), qPrintable(instance.Errors()));
+    QVERIFY(instance.Quit());
 }
 
 bool TestZentApplicationInstance::WriteCfg(const QString& machine)
@@ -351,15 +370,10 @@ void TestZentApplicationInstance::peerOfAnotherUserIsRecognised()
 
 void TestZentApplicationInstance::tearDownTracesAKVExceptionAndSkipsTheRest()
 {
-    QVERIFY(WriteCfg(PLUGIN_ENTRY));
     Instance instance(m_dir->path(), QStringLiteral("instance"));
-    instance.SetEnvironment(QStringLiteral("ZENT_TEST_PLUGIN_THROW"), QStringLiteral("kv"));
-    instance.SetEnvironment(QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("zent.trace.debug=true"));
-    // The skipped steps leave the centre and the Qt application behind, deliberately.
-    instance.SetEnvironment(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("detect_leaks=0"));
-    instance.Start(APP_KEY);
-    QVERIFY2(instance.WaitForLine(QStringLiteral("init-returned")), qPrintable(instance.Errors()));
-    QVERIFY(instance.Quit());
+    RunThrowingAtTheEnd(instance, QStringLiteral("kv"));
+    if (QTest::currentTestFailed())
+        return;
     const QString errors = instance.Errors();
     QVERIFY2(
         errors.contains(QStringLiteral("zent.trace: application/zentapplication:449 KVException caught in "
@@ -367,31 +381,23 @@ void TestZentApplicationInstance::tearDownTracesAKVExceptionAndSkipsTheRest()
         qPrintable(errors));
     // Nothing after the failed step ran: the instance was never destroyed,
     // the document never saved.
-    QCOMPARE(instance.PluginEvents(),
-             QStringLiteral("StartupPlugin create InstanceApp\\AdditionalDlls\\Plugin\\Config\n"
-                            "StartupPlugin execute\nStartupPlugin ends"));
+    QCOMPARE(instance.PluginEvents(), EVENTS_UP_TO_THE_END);
     QVERIFY(!errors.contains(QStringLiteral("destroyed !")));
     QVERIFY(!QFileInfo::exists(m_dir->filePath(QStringLiteral("Cfg.xml.bak"))));
 }
 
 void TestZentApplicationInstance::tearDownTracesAStandardException()
 {
-    QVERIFY(WriteCfg(PLUGIN_ENTRY));
     Instance instance(m_dir->path(), QStringLiteral("instance"));
-    instance.SetEnvironment(QStringLiteral("ZENT_TEST_PLUGIN_THROW"), QStringLiteral("std"));
-    instance.SetEnvironment(QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("zent.trace.debug=true"));
-    instance.SetEnvironment(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("detect_leaks=0"));
-    instance.Start(APP_KEY);
-    QVERIFY2(instance.WaitForLine(QStringLiteral("init-returned")), qPrintable(instance.Errors()));
-    QVERIFY(instance.Quit());
+    RunThrowingAtTheEnd(instance, QStringLiteral("std"));
+    if (QTest::currentTestFailed())
+        return;
     const QString errors = instance.Errors();
     QVERIFY2(
         errors.contains(QStringLiteral("zent.trace: application/zentapplication:454 std::exception caught in "
                                        "ZentApplication::~ZentApplication: plug-in failure\n")),
         qPrintable(errors));
-    QCOMPARE(instance.PluginEvents(),
-             QStringLiteral("StartupPlugin create InstanceApp\\AdditionalDlls\\Plugin\\Config\n"
-                            "StartupPlugin execute\nStartupPlugin ends"));
+    QCOMPARE(instance.PluginEvents(), EVENTS_UP_TO_THE_END);
 }
 
 QTEST_GUILESS_MAIN(TestZentApplicationInstance)
