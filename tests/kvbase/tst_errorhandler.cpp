@@ -122,7 +122,7 @@ private slots:
         QTest::addColumn<QString>("name");
         QTest::newRow("given_name") << QByteArray("configuration/cfgxml")
                                     << QStringLiteral("configuration/cfgxml");
-        QTest::newRow("compiler_path") << QByteArray("/home/u/zent/src/configuration/cfgxml.cpp")
+        QTest::newRow("compiler_path") << QByteArray("/usr/src/zent/src/configuration/cfgxml.cpp")
                                        << QStringLiteral("configuration/cfgxml");
         QTest::newRow("relative_path")
             << QByteArray("src/application/splash.cpp") << QStringLiteral("application/splash");
