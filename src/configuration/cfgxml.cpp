@@ -59,6 +59,9 @@ const qint64 MAX_FILE_SIZE = qint64(256) * 1024 * 1024;
 const int MAX_NESTING = 1000;
 
 std::atomic<bool> s_timeStampsEnabled{true};
+// Counts changes of the user partitions, which every document's User view
+// depends on.
+std::atomic<quint64> s_partitionChanges{0};
 
 // The bytes last written to each side file, so that an unchanged view is not
 // written again; the file name guards against another document's bytes.
@@ -213,19 +216,18 @@ void StampElement(QDomElement element, int mode, qint32 now)
     }
 }
 
-// Depth first without recursion: documents may be deep.
+// Depth first in document order without recursion (documents may be deep)
+// and without collecting handles.
 template <typename Visit> void ForEachElement(const QDomElement& top, Visit visit)
 {
-    std::vector<QDomElement> pending{top};
-    while (!pending.empty()) {
-        const QDomElement element = pending.back();
-        pending.pop_back();
+    QDomElement element = top;
+    while (!element.isNull()) {
         visit(element);
-        std::vector<QDomElement> children;
-        for (QDomElement child = element.firstChildElement(); !child.isNull();
-             child = child.nextSiblingElement())
-            children.push_back(child);
-        pending.insert(pending.end(), children.rbegin(), children.rend());
+        QDomElement next = element.firstChildElement();
+        for (QDomElement up = element; next.isNull() && up != top; up = up.parentNode().toElement()) {
+            next = up.nextSiblingElement();
+        }
+        element = next;
     }
 }
 
@@ -523,13 +525,37 @@ QDomElement CfgXml::FindValue(const QString& name, View view, bool create) const
     return m_pData->lookup.FirstChildElementNamed(node, separator >= 0 ? name.mid(separator + 1) : name);
 }
 
+// FindValue without creating, remembering where the value was found.
+QDomElement CfgXml::FindValueToRead(const QString& name, View view) const
+{
+    CfgXmlData& data = *m_pData;
+    if (!data.document)
+        return QDomElement();
+    const ReadCache::Entry* known = data.reads.Find(m_sKey, name, view, data.lookup.StructureChanges(),
+                                                    s_partitionChanges.load(std::memory_order_relaxed));
+    if (known) {
+        if (!known->node.isNull())
+            StampSubTree(known->node);
+        return known->value;
+    }
+    const int separator = name.lastIndexOf(KEY_SEPARATOR);
+    ReadCache::Entry found;
+    found.node = GetNode(separator >= 0 ? name.left(separator) : QString(), view, false).toElement();
+    if (!found.node.isNull())
+        found.value =
+            data.lookup.FirstChildElementNamed(found.node, separator >= 0 ? name.mid(separator + 1) : name);
+    data.reads.Insert(m_sKey, name, view, found, data.lookup.StructureChanges(),
+                      s_partitionChanges.load(std::memory_order_relaxed));
+    return found.value;
+}
+
 QString CfgXml::GetStringImpl(QString name, QString defaultValue, View view)
 {
     if (name.isEmpty()) {
         const QDomText text = FirstTextChild(GetNode(QString(), view, false));
         return text.isNull() ? defaultValue : text.data();
     }
-    const QDomText text = FirstTextChild(FindValue(name, view, false));
+    const QDomText text = FirstTextChild(FindValueToRead(name, view));
     return text.isNull() ? defaultValue : text.data();
 }
 
@@ -1350,8 +1376,10 @@ void CfgXml::MergeCfgFromStringAndApp(const QByteArray& bytes, const QString& ap
 
 void CfgXml::DropActiveConfiguration()
 {
-    if (!s_addtionalSubkeys.empty() && s_addtionalSubkeys.front() == s_sLastConfiguration)
+    if (!s_addtionalSubkeys.empty() && s_addtionalSubkeys.front() == s_sLastConfiguration) {
         s_addtionalSubkeys.pop_front();
+        ++s_partitionChanges;
+    }
 }
 
 QDomElement CfgXml::UserElement()
@@ -1385,10 +1413,12 @@ void CfgXml::SetUserViewSubkey(const QString& subkey)
     if (!name.isEmpty() && name.at(0).isDigit())
         name.prepend(QLatin1Char('_'));
     s_sUserSubkey = name;
+    ++s_partitionChanges;
     m_pData->lookup.ForgetAll();
     const QString active = LoginUserElement().attribute(ACTIVE_USER);
     if (!active.isEmpty()) {
         s_addtionalSubkeys.push_front(active);
+        ++s_partitionChanges;
         s_sLastConfiguration = active;
     }
 }
@@ -1397,6 +1427,7 @@ void CfgXml::SetAdditionalUserViewSubkey(const std::list<QString>& subkeys)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     s_addtionalSubkeys = subkeys;
+    ++s_partitionChanges;
     m_pData->lookup.ForgetAll();
 }
 
@@ -1412,6 +1443,7 @@ void CfgXml::SaveConfigurationName(const QString& name)
     const QString key = UC_PREFIX + name;
     DropActiveConfiguration();
     s_addtionalSubkeys.push_front(key);
+    ++s_partitionChanges;
     s_sLastConfiguration = key;
     QDomElement user = LoginUserElement();
     if (user.isNull() || !IsValidXmlName(key))
@@ -1457,6 +1489,7 @@ void CfgXml::RenameConfigurationName(const QString& from, const QString& to)
         DropActiveConfiguration();
         s_sLastConfiguration = UC_PREFIX + to;
         s_addtionalSubkeys.push_front(s_sLastConfiguration);
+        ++s_partitionChanges;
     }
     m_pData->lookup.ForgetAll();
 }
@@ -1496,6 +1529,7 @@ void CfgXml::LoadConfigurationName(const QString& name)
     const QString key = UC_PREFIX + name;
     DropActiveConfiguration();
     s_addtionalSubkeys.push_front(key);
+    ++s_partitionChanges;
     s_sLastConfiguration = key;
     m_pData->lookup.ForgetAll();
     CfgCenter::ReLoadUserConfig();

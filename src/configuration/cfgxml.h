@@ -200,6 +200,7 @@ private:
     QDomElement ChildForWalk(QDomElement parent, const QString& name, bool create) const;
     [[noreturn]] void FailWalk(const QString& problem, int line) const;
     QDomElement FindValue(const QString& name, View view, bool create) const;
+    QDomElement FindValueToRead(const QString& name, View view) const;
     QDomElement SetStringImplPrivate(const QString& name, const QString& value, View view);
     void SetValueAndType(const QString& name, const QString& value, const QString& type, View view);
     void StampSubTree(const QDomNode& node) const;

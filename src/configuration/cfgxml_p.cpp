@@ -57,6 +57,7 @@ QDomElement DomLookup::FirstChildElementNamed(const QDomNode& parent, const QStr
 QDomNode DomLookup::Append(QDomNode parent, const QDomNode& child)
 {
     ++m_changes;
+    ++m_structureChanges;
     QDomNode appended = parent.appendChild(child);
     auto it = m_children.find(DomNodeKey::Of(parent));
     if (it == m_children.end() || appended.isNull())
@@ -76,6 +77,7 @@ DomLookup::Listing* DomLookup::ListingOf(const QDomNode& parent, ListingKind kin
 void DomLookup::ForgetListings(const QDomNode& parent)
 {
     ++m_changes;
+    ++m_structureChanges;
     auto it = m_children.find(DomNodeKey::Of(parent));
     if (it == m_children.end())
         return;
@@ -86,12 +88,14 @@ void DomLookup::ForgetListings(const QDomNode& parent)
 void DomLookup::ForgetChildren(const QDomNode& parent)
 {
     ++m_changes;
+    ++m_structureChanges;
     m_children.remove(DomNodeKey::Of(parent));
 }
 
 void DomLookup::ForgetAll()
 {
     ++m_changes;
+    ++m_structureChanges;
     m_children.clear();
 }
 
@@ -110,6 +114,39 @@ void DomLookup::ForgetStamps()
 {
     ++m_changes;
     m_stamped.clear();
+}
+
+// ---------------------------------------------------------------- ReadCache
+
+void ReadCache::Validate(quint64 structure, quint64 partitions)
+{
+    if (structure == m_structure && partitions == m_partitions)
+        return;
+    m_entries.clear();
+    m_structure = structure;
+    m_partitions = partitions;
+}
+
+const ReadCache::Entry* ReadCache::Find(const QString& key, const QString& name, int view, quint64 structure,
+                                        quint64 partitions)
+{
+    Validate(structure, partitions);
+    if (m_entries.isEmpty())
+        return nullptr;
+    const auto it = m_entries.constFind(Key{key, name, view});
+    return it == m_entries.constEnd() ? nullptr : &it.value();
+}
+
+void ReadCache::Insert(const QString& key, const QString& name, int view, const Entry& entry,
+                       quint64 structure, quint64 partitions)
+{
+    Validate(structure, partitions);
+    m_entries.insert(Key{key, name, view}, entry);
+}
+
+void ReadCache::Clear()
+{
+    m_entries.clear();
 }
 
 // ---------------------------------------------------------------- CfgXmlFile

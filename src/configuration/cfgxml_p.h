@@ -70,6 +70,10 @@ public:
     /// the owner reports. Equal counts mean an unchanged document.
     quint64 Changes() const { return m_changes; }
     void Changed() { ++m_changes; }
+    /// Counts changes that may move a node to another path or put another
+    /// node on a path: appends, removals, renames, moves, replacements, and a
+    /// child turning between value and sub-configuration.
+    quint64 StructureChanges() const { return m_structureChanges; }
 
     bool IsStamped(const QDomNode& node) const;
     void MarkStamped(const QDomNode& node);
@@ -91,6 +95,51 @@ private:
     QHash<const void*, ChildIndex> m_children;
     QHash<const void*, QDomNode> m_stamped;
     quint64 m_changes = 0;
+    quint64 m_structureChanges = 0;
+};
+
+/// Where reads found their values: the node a value's path leads to and the
+/// value element below it (null handles when missing), by the reading
+/// object's key, the value's name and the view. An entry is trusted only
+/// while neither the document's structure nor the user partitions changed
+/// since it was recorded.
+class ReadCache
+{
+public:
+    struct Entry
+    {
+        QDomElement node;
+        QDomElement value;
+    };
+
+    /// The entry for the read, or null; drops every entry first when the
+    /// structure or the partitions changed.
+    const Entry* Find(const QString& key, const QString& name, int view, quint64 structure,
+                      quint64 partitions);
+    void Insert(const QString& key, const QString& name, int view, const Entry& entry, quint64 structure,
+                quint64 partitions);
+    void Clear();
+
+private:
+    struct Key
+    {
+        QString key;
+        QString name;
+        int view;
+        bool operator==(const Key& other) const
+        {
+            return view == other.view && name == other.name && key == other.key;
+        }
+    };
+    friend uint qHash(const Key& key, uint seed)
+    {
+        return qHash(key.name, seed) ^ qHash(key.key, seed) ^ uint(key.view);
+    }
+    void Validate(quint64 structure, quint64 partitions);
+
+    QHash<Key, Entry> m_entries;
+    quint64 m_structure = 0;
+    quint64 m_partitions = 0;
 };
 
 /// The document that a root CfgXml and its sub-configuration objects share.
@@ -101,6 +150,7 @@ struct CfgXmlData
     std::unique_ptr<QDomDocument> document;
     std::unique_ptr<QDomDocument> mergeDocument;
     DomLookup lookup;
+    ReadCache reads;
     /// The listing of a small parent, built for one call.
     DomLookup::Listing scratch;
 
@@ -126,6 +176,7 @@ struct CfgXmlData
         mergeDocument.reset();
         lookup.ForgetAll();
         lookup.ForgetStamps();
+        reads.Clear();
         scratch = DomLookup::Listing();
         saved = SavedState();
     }

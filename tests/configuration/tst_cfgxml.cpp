@@ -1426,6 +1426,108 @@ private slots:
         QCOMPARE(cfg->GetUsers(), std::list<QString>{QStringLiteral("Ann")});
     }
 
+    // Reads remember where they found a value; the next tests read a value,
+    // change the document's structure, and read again.
+    void readAfterRemovingASubConfigurationReturnsTheDefault()
+    {
+        auto cfg = Open(Document("<System/><Domain/><Machine><App><Sub><A>1</A></Sub></App></Machine>"));
+        QCOMPARE(cfg->GetString(QStringLiteral("Sub\\A"), QStringLiteral("d")), QStringLiteral("1"));
+        QCOMPARE(cfg->RemoveSubCfg(QStringLiteral("Sub")), true);
+        QCOMPARE(cfg->GetString(QStringLiteral("Sub\\A"), QStringLiteral("d")), QStringLiteral("d"));
+        QCOMPARE(cfg->GetInteger(QStringLiteral("Sub\\A"), 7), 7L);
+    }
+
+    void readAfterMovingASubConfigurationFollowsTheMove()
+    {
+        auto cfg = Open(Document("<System/><Domain/><Machine><App><Sub><A>1</A></Sub></App></Machine>"));
+        QCOMPARE(cfg->GetString(QStringLiteral("Sub\\A"), QStringLiteral("d")), QStringLiteral("1"));
+        QCOMPARE(cfg->GetString(QStringLiteral("Moved\\A"), QStringLiteral("d")), QStringLiteral("d"));
+        QCOMPARE(cfg->MoveSubCfg(QStringLiteral("Sub"), QStringLiteral("Moved")), true);
+        QCOMPARE(cfg->GetString(QStringLiteral("Sub\\A"), QStringLiteral("d")), QStringLiteral("d"));
+        QCOMPARE(cfg->GetString(QStringLiteral("Moved\\A"), QStringLiteral("d")), QStringLiteral("1"));
+    }
+
+    void readAfterRenamingAValueFindsTheNewName()
+    {
+        auto cfg = Open(Document("<System/><Domain/><Machine><App><A>1</A></App></Machine>"));
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("1"));
+        QCOMPARE(cfg->GetString(QStringLiteral("Z"), QStringLiteral("d")), QStringLiteral("d"));
+        QCOMPARE(cfg->RenameAttribute(QStringLiteral("A"), QStringLiteral("Z")), true);
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("d"));
+        QCOMPARE(cfg->GetString(QStringLiteral("Z"), QStringLiteral("d")), QStringLiteral("1"));
+    }
+
+    void readAfterWritingFindsTheNewValue()
+    {
+        auto cfg = Open(Document("<System/><Domain/><Machine><App><A>1</A></App></Machine>"));
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("1"));
+        QCOMPARE(cfg->GetString(QStringLiteral("Sub\\B"), QStringLiteral("d")), QStringLiteral("d"));
+        cfg->SetString(QStringLiteral("A"), QStringLiteral("2"));
+        cfg->SetString(QStringLiteral("Sub\\B"), QStringLiteral("3"));
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("2"));
+        QCOMPARE(cfg->GetString(QStringLiteral("Sub\\B"), QStringLiteral("d")), QStringLiteral("3"));
+        QCOMPARE(cfg->RemoveAttribute(QStringLiteral("A")), true);
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("d"));
+    }
+
+    void readAfterReopeningFindsTheRestoredBackup()
+    {
+        auto cfg = Open(Document("<System/><Domain/><Machine><App><A>current</A></App></Machine>"));
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("current"));
+        Write(Path(QStringLiteral("Cfg.xml.bak")),
+              Document("<System/><Domain/><Machine><App><B><A>backup</A></B></App></Machine>"));
+        cfg->RestoreBackup();
+        // The document in memory stays as it was until it is opened again.
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("current"));
+        cfg->OpenDocument(true);
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("d"));
+        QCOMPARE(cfg->GetString(QStringLiteral("B\\A"), QStringLiteral("d")), QStringLiteral("backup"));
+        Write(Path(QStringLiteral("Cfg.xml")),
+              Document("<System/><Domain/><Machine><App><A>again</A></App></Machine>"));
+        cfg->OpenDocument(true);
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("again"));
+        QCOMPARE(cfg->GetString(QStringLiteral("B\\A"), QStringLiteral("d")), QStringLiteral("d"));
+    }
+
+    void readAfterClosingFindsNoDocument()
+    {
+        auto cfg = Open(Document("<System/><Domain/><Machine><App><A>1</A></App></Machine>"));
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("1"));
+        cfg->CloseDocument();
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("d"));
+    }
+
+    void readInTheUserViewFollowsAPartitionChangedThroughAnotherDocument()
+    {
+        CfgCenter::SetUsage(CfgCenter::USAGE_0);
+        Write(Path(QStringLiteral("Cfg.usr.xml")),
+              "<?xml version = '1.0'?><Cfg version='2.2'><User><xyZ9Subkey1Zxy><P1><A>one</A></P1>"
+              "<P2><A>two</A></P2></xyZ9Subkey1Zxy><A>plain</A></User></Cfg>");
+        auto cfg = Open(MAIN, QString(), ICfg::VIEW_User);
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("plain"));
+        OpenCfgXml other(Path(QStringLiteral("Other.xml")), QString(), ICfg::VIEW_User);
+        other.SetAdditionalUserViewSubkey({QStringLiteral("P1")});
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("one"));
+        other.SetAdditionalUserViewSubkey({QStringLiteral("P2")});
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("two"));
+        other.SetAdditionalUserViewSubkey({});
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("plain"));
+    }
+
+    void readsThroughSeveralObjectsOfOneDocumentKeepTheirOwnKeys()
+    {
+        auto cfg =
+            Open(Document("<System/><Domain/><Machine><App><A>app</A><Sub><A>sub</A></Sub></App></Machine>"));
+        std::unique_ptr<ICfg> sub(cfg->CreateSubCfg(QStringLiteral("Sub")));
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("app"));
+        QCOMPARE(sub->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("sub"));
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d"), ICfg::VIEW_System),
+                 QStringLiteral("d"));
+        QCOMPARE(cfg->RemoveSubCfg(QStringLiteral("Sub")), true);
+        QCOMPARE(sub->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("d"));
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("app"));
+    }
+
     void enumerationsFollowChangesOnCrowdedNodes()
     {
         QByteArray children;
