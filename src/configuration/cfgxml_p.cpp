@@ -8,6 +8,8 @@
 #include <QFileInfo>
 #include <QThread>
 
+#include <cstring>
+
 // ---------------------------------------------------------------- DomLookup
 
 DomLookup::ChildIndex* DomLookup::IndexOf(const QDomNode& parent)
@@ -332,20 +334,27 @@ int SkipPast(const QByteArray& bytes, int from, const char* terminator)
 // attribute values; -1 when the data ends first. `selfClosing` tells "/>".
 int SkipTag(const QByteArray& bytes, int from, bool* selfClosing)
 {
-    char quote = 0;
-    for (int i = from; i < bytes.size(); ++i) {
-        const char c = bytes.at(i);
-        if (quote) {
-            if (c == quote)
-                quote = 0;
-        } else if (c == '"' || c == '\'') {
-            quote = c;
+    const char* data = bytes.constData();
+    const int size = bytes.size();
+    for (int i = from; i < size; ++i) {
+        const char c = data[i];
+        if (c == '"' || c == '\'') {
+            const void* close = memchr(data + i + 1, c, size_t(size - i - 1));
+            if (!close)
+                return -1;
+            i = int(static_cast<const char*>(close) - data);
         } else if (c == '>') {
-            *selfClosing = bytes.at(i - 1) == '/';
+            *selfClosing = data[i - 1] == '/';
             return i + 1;
         }
     }
     return -1;
+}
+
+bool StartsAt(const QByteArray& bytes, int at, const char* text)
+{
+    const int length = int(qstrlen(text));
+    return bytes.size() - at >= length && memcmp(bytes.constData() + at, text, size_t(length)) == 0;
 }
 
 } // namespace
@@ -358,14 +367,16 @@ bool CfgXmlFile::IsShallow(const QByteArray& bytes, int limit)
         return false;
     int depth = 0;
     int i = start;
+    const char* data = bytes.constData();
     while (i >= 0 && i < bytes.size()) {
-        i = bytes.indexOf('<', i);
-        if (i < 0)
+        const void* open = memchr(data + i, '<', size_t(bytes.size() - i));
+        if (!open)
             break;
-        const char next = i + 1 < bytes.size() ? bytes.at(i + 1) : '\0';
-        if (bytes.mid(i, 4) == "<!--") {
+        i = int(static_cast<const char*>(open) - data);
+        const char next = i + 1 < bytes.size() ? data[i + 1] : '\0';
+        if (StartsAt(bytes, i, "<!--")) {
             i = SkipPast(bytes, i + 4, "-->");
-        } else if (bytes.mid(i, 9) == "<![CDATA[") {
+        } else if (StartsAt(bytes, i, "<![CDATA[")) {
             i = SkipPast(bytes, i + 9, "]]>");
         } else if (next == '?') {
             i = SkipPast(bytes, i + 2, "?>");
