@@ -295,13 +295,32 @@ QString ParseErrorText(const QString& format, const QString& fileName, const Par
     return format.arg(fileName, result.message, QString::number(result.line), QString::number(result.column));
 }
 
+const QString XML_DECLARATION_TARGET = QStringLiteral("xml");
+// The declaration of documents made here, and the same as Qt's parser hands
+// it over after reading a standard file.
+const QString NEW_DECLARATION = QStringLiteral("version=\"1.0\" encoding=\"utf-8\"");
+const QString PARSED_DECLARATION = QStringLiteral("version='1.0' encoding='utf-8'");
+
+// Documents are always written in UTF-8 under the standard declaration,
+// whatever a file declared when it was read: Qt writes the declaration back
+// between apostrophes, so a declared encoding containing one would make the
+// saved file unreadable.
+void UseStandardDeclaration(QDomDocument& document)
+{
+    const QDomNode first = document.firstChild();
+    if (!first.isProcessingInstruction() || first.nodeName() != XML_DECLARATION_TARGET ||
+        first.nodeValue() == PARSED_DECLARATION || first.nodeValue() == NEW_DECLARATION)
+        return;
+    document.replaceChild(document.createProcessingInstruction(XML_DECLARATION_TARGET, PARSED_DECLARATION),
+                          first);
+}
+
 std::unique_ptr<QDomDocument> NewDocument()
 {
     const QDomDocumentType type =
         QDomImplementation().createDocumentType(QStringLiteral("cfg"), QString(), QString());
     auto document = std::make_unique<QDomDocument>(type);
-    document->appendChild(document->createProcessingInstruction(
-        QStringLiteral("xml"), QStringLiteral("version=\"1.0\" encoding=\"utf-8\"")));
+    document->appendChild(document->createProcessingInstruction(XML_DECLARATION_TARGET, NEW_DECLARATION));
     return document;
 }
 
@@ -807,8 +826,9 @@ bool CfgXml::HasSubCfg(QString key, View view)
 bool CfgXml::RemoveSubCfg(QString key, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
-    // The node itself or a view element is not a sub-configuration of anything.
-    if (SplitKey(key).isEmpty())
+    // An empty name removes this configuration's own element; a view element
+    // (the document's root node) is not a sub-configuration of anything.
+    if (SplitKey(JoinKey(m_sKey, key)).isEmpty())
         return false;
     const QDomNode node = GetNode(key, ResolveView(view), false);
     if (node.isNull())
@@ -1151,6 +1171,7 @@ void CfgXml::SaveDocument()
     try {
         for (const DetachedView& view : detached)
             complete = WriteSideView(view, view.element.tagName()) && complete;
+        UseStandardDeclaration(*document);
         QByteArray bytes = document->toByteArray(XML_INDENT);
         if (UsageIs({CfgCenter::USAGE_1, CfgCenter::USAGE_3}))
             bytes = CfgXmlFile::NormaliseLineEnds(bytes);
@@ -1266,8 +1287,7 @@ QByteArray CfgXml::GetCfgAsStringFromApp(const QString& appKey)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     QDomDocument exchange;
-    exchange.appendChild(exchange.createProcessingInstruction(
-        QStringLiteral("xml"), QStringLiteral("version=\"1.0\" encoding=\"utf-8\"")));
+    exchange.appendChild(exchange.createProcessingInstruction(XML_DECLARATION_TARGET, NEW_DECLARATION));
     QDomElement exchangeRoot = exchange.createElement(ROOT_TAG);
     exchangeRoot.setAttribute(VERSION_TAG, GetVersion());
     exchange.appendChild(exchangeRoot);

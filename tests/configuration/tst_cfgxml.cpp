@@ -1282,8 +1282,28 @@ private slots:
         QCOMPARE(cfg->GetString(QStringLiteral("Sub\\V"), QString()), QStringLiteral("1"));
         QCOMPARE(cfg->RemoveSubCfg(QStringLiteral("Sub")), true);
         QCOMPARE(cfg->RemoveSubCfg(QStringLiteral("Sub")), false);
-        QCOMPARE(cfg->RemoveSubCfg(QString()), false);
         QCOMPARE(sub->GetString(QStringLiteral("V"), QStringLiteral("d")), QStringLiteral("d"));
+    }
+
+    void removeSubCfgWithEmptyNameRemovesTheNodeItself()
+    {
+        auto cfg = Open(Document("<System/><Domain/><Machine><App><V>1</V><Sub><W>2</W></Sub></App>"
+                                 "<Other><X>3</X></Other></Machine>"));
+        std::unique_ptr<ICfg> sub(cfg->CreateSubCfg(QStringLiteral("Sub")));
+        QVERIFY(sub);
+        QCOMPARE(sub->RemoveSubCfg(QString()), true);
+        QCOMPARE(cfg->HasSubCfg(QStringLiteral("Sub")), false);
+        QCOMPARE(cfg->GetString(QStringLiteral("V"), QString()), QStringLiteral("1"));
+        QCOMPARE(cfg->RemoveSubCfg(QString()), true);
+        QCOMPARE(cfg->GetString(QStringLiteral("V"), QStringLiteral("gone")), QStringLiteral("gone"));
+        QCOMPARE(cfg->RemoveSubCfg(QString()), false);
+    }
+
+    void viewElementIsNotRemovable()
+    {
+        auto whole = Open(Document("<System/><Domain/><Machine><App><V>1</V></App></Machine>"), QString());
+        QCOMPARE(whole->RemoveSubCfg(QString()), false);
+        QCOMPARE(whole->HasSubCfg(QStringLiteral("App")), true);
     }
 
     void moveSubCfg()

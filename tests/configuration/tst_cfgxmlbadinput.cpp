@@ -294,7 +294,6 @@ private slots:
             cfg.SaveDocument();
         }
         CfgXml reopened(FileName(), QStringLiteral("App"), ICfg::VIEW_Machine);
-        QEXPECT_FAIL("", "CfgXml writes the declared encoding back as it was read", Abort);
         QCOMPARE(BoundedOpenError(reopened, false), QString());
         QCOMPARE(reopened.GetString(QStringLiteral("Saved"), QString()), QStringLiteral("yes"));
         QCOMPARE(reopened.GetInteger(QStringLiteral("Port"), -1), 4000L);

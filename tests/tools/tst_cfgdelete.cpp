@@ -143,8 +143,6 @@ private slots:
     {
         WriteDocument();
         DeleteOk({QStringLiteral("App"), QStringLiteral("Xml:Cfg.xml")});
-        QEXPECT_FAIL("", "CfgXml::RemoveSubCfg with an empty name does not remove the node itself yet",
-                     Abort);
         QCOMPARE(ChildNames(MainFile(), QStringLiteral("Machine")),
                  (QStringList{QStringLiteral("Other"), QStringLiteral("Third")}));
         QCOMPARE(ChildNames(UserFile(), QStringLiteral("User")), QStringList{QStringLiteral("Other")});
