@@ -3,6 +3,9 @@
 
 #include <QtTest>
 
+#include <thread>
+#include <vector>
+
 class tst_ErrorHandler : public QObject
 {
     Q_OBJECT
@@ -229,20 +232,18 @@ private slots:
 
     void tracesFromManyThreadsAreAllWritten()
     {
-        QList<QThread*> threads;
+        // std::thread, so that ThreadSanitizer sees the joins.
+        std::vector<std::thread> threads;
         QStringList lines;
         ErrorHandler::Instance().SetLogTracer(new RecordingWriter(&lines));
         for (int t = 0; t < 4; ++t) {
-            threads.append(QThread::create([t] {
+            threads.emplace_back([t] {
                 for (int i = 0; i < 250; ++i)
                     _Q_Trace(QStringLiteral("t%1 i%2").arg(t).arg(i), "a/b", i);
-            }));
-            threads.last()->start();
+            });
         }
-        for (QThread* thread : threads) {
-            QVERIFY(thread->wait(30000));
-            delete thread;
-        }
+        for (std::thread& thread : threads)
+            thread.join();
         QCOMPARE(lines.size(), 1000);
         QVERIFY(lines.contains(QStringLiteral("a/b:249 t3 i249")));
     }

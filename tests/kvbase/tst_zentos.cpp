@@ -3,6 +3,7 @@
 #include <QtTest>
 
 #include <cstdlib>
+#include <thread>
 
 namespace {
 
@@ -95,13 +96,12 @@ private slots:
         QVERIFY(os.GetMainThreadId() != 0);
         bool workerIsApp = true;
         unsigned long workerId = 0;
-        QThread* worker = QThread::create([&] {
+        // std::thread, so that ThreadSanitizer sees the join.
+        std::thread worker([&] {
             workerIsApp = ZentOS::Get().IsAppThread();
             workerId = ZentOS::Get().GetCurrentThreadId();
         });
-        worker->start();
-        QVERIFY(worker->wait(10000));
-        delete worker;
+        worker.join();
         QCOMPARE(workerIsApp, false);
         QVERIFY(workerId != os.GetMainThreadId());
         QVERIFY(os.IsAppThread());
