@@ -5,18 +5,23 @@
 // program in the test's folder with the test's registry, and reading and
 // writing registry values and XML documents from outside.
 
-#include "winreg/winreg.h"
+#include "common/rawregistry.h"
+#include "common/temporaryregistry.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QDomDocument>
 #include <QDomElement>
 #include <QFile>
+#include <QObject>
 #include <QProcess>
 #include <QProcessEnvironment>
+#include <QStandardPaths>
 #include <QString>
 #include <QStringList>
-#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
 
 namespace CfgCommandTest {
 
@@ -55,15 +60,50 @@ inline Run RunProgram(const QString& program, const QStringList& arguments, cons
     return run;
 }
 
-inline LPCWSTR W(const QString& text)
+/// Compares how a program ended with a normal exit with `exitCode` that wrote
+/// exactly `output` and `errors`.
+inline void CompareRun(const Run& run, int exitCode, const QByteArray& output, const QByteArray& errors)
 {
-    return reinterpret_cast<LPCWSTR>(text.utf16());
+    QCOMPARE(run.exitStatus, QProcess::NormalExit);
+    QCOMPARE(run.exitCode, exitCode);
+    QCOMPARE(run.output, output);
+    QCOMPARE(run.errors, errors);
 }
 
-inline QByteArray Sz(const QString& text)
+/// The base of a program's test: each test function gets a fresh folder to
+/// run the program in, with the program's registry in its "registry"
+/// sub-folder, which ZENT_REGISTRY_DIR names meanwhile so that the test reads
+/// and writes that registry itself.
+class ProgramTest : public QObject
 {
-    return QByteArray(reinterpret_cast<const char*>(text.utf16()), (text.size() + 1) * 2);
-}
+    Q_OBJECT
+
+protected:
+    QString Path(const QString& name) const { return m_dir->filePath(name); }
+    QString RegistryDir() const { return Path(QStringLiteral("registry")); }
+    QStringList FilesInDir() const { return QDir(m_dir->path()).entryList(QDir::Files, QDir::Name); }
+
+    Run RunInFolder(const QString& program, const QStringList& arguments) const
+    {
+        return RunProgram(program, arguments, m_dir->path(), RegistryDir());
+    }
+
+private slots:
+    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
+
+    void init()
+    {
+        m_dir = std::make_unique<TemporaryRegistry>(QStringLiteral("registry"));
+        QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
+        QVERIFY(QDir(m_dir->path()).mkdir(QStringLiteral("registry")));
+    }
+
+    /// Removes the folder; ZENT_REGISTRY_DIR gets back its earlier value.
+    void cleanup() { m_dir.reset(); }
+
+private:
+    std::unique_ptr<TemporaryRegistry> m_dir;
+};
 
 inline QByteArray Dword(quint32 value)
 {
@@ -73,33 +113,13 @@ inline QByteArray Dword(quint32 value)
 /// Writes one registry value below the configuration root; creates the key.
 inline LONG SetValue(HKEY root, const QString& key, const QString& name, DWORD type, const QByteArray& data)
 {
-    HKEY handle = nullptr;
-    LONG result = RegCreateKeyW(root, W(ROOT + key), &handle);
-    if (result != ERROR_SUCCESS)
-        return result;
-    result = RegSetValueExW(handle, W(name), 0, type, reinterpret_cast<const BYTE*>(data.constData()),
-                            static_cast<DWORD>(data.size()));
-    RegCloseKey(handle);
-    return result;
-}
-
-inline LONG CreateKey(HKEY root, const QString& key)
-{
-    HKEY handle = nullptr;
-    const LONG result = RegCreateKeyW(root, W(ROOT + key), &handle);
-    if (result == ERROR_SUCCESS)
-        RegCloseKey(handle);
-    return result;
+    return WriteRegistryValue(root, ROOT + key, name, type, data);
 }
 
 /// Whether the key exists: ERROR_SUCCESS or the error of opening it.
 inline LONG KeyState(HKEY root, const QString& key)
 {
-    HKEY handle = nullptr;
-    const LONG result = RegOpenKeyExW(root, W(ROOT + key), 0, KEY_READ, &handle);
-    if (result == ERROR_SUCCESS)
-        RegCloseKey(handle);
-    return result;
+    return RegistryKeyState(root, ROOT + key);
 }
 
 /// Every value of a key as "name=type:hex data", in creation order, then
@@ -125,15 +145,7 @@ inline QStringList Dump(HKEY root, const QString& key)
                      .arg(type)
                      .arg(QString::fromLatin1(data.left(int(dataSize)).toHex()));
     }
-    QStringList subKeys;
-    for (DWORD index = 0;; ++index) {
-        WCHAR name[1024];
-        DWORD nameSize = 1024;
-        if (RegEnumKeyExW(handle, index, name, &nameSize, nullptr, nullptr, nullptr, nullptr) !=
-            ERROR_SUCCESS)
-            break;
-        subKeys << QString::fromUtf16(name, int(nameSize));
-    }
+    const QStringList subKeys = SubKeyNames(handle);
     RegCloseKey(handle);
     for (const QString& sub : subKeys) {
         for (const QString& line : Dump(root, key + QLatin1Char('\\') + sub))

@@ -5,8 +5,6 @@
 
 #include <QtTest>
 
-#include <memory>
-
 using namespace CfgCommandTest;
 
 namespace {
@@ -38,22 +36,12 @@ const QByteArray SOURCE =
 
 } // namespace
 
-class tst_CfgCopy : public QObject
+class tst_CfgCopy : public ProgramTest
 {
     Q_OBJECT
 
 private:
-    std::unique_ptr<QTemporaryDir> m_dir;
-    QByteArray m_savedRegistryDir;
-    bool m_hadRegistryDir = false;
-
-    QString Path(const QString& name) const { return m_dir->filePath(name); }
-    QString RegistryDir() const { return Path(QStringLiteral("registry")); }
-
-    Run CfgCopy(const QStringList& arguments)
-    {
-        return RunProgram(QStringLiteral("cfgcopy"), arguments, m_dir->path(), RegistryDir());
-    }
+    Run CfgCopy(const QStringList& arguments) { return RunInFolder(QStringLiteral("cfgcopy"), arguments); }
 
     /// Copies and expects success: exit code 0, nothing on either output.
     void CopyOk(const QStringList& arguments)
@@ -64,34 +52,7 @@ private:
         QCOMPARE(run.output, QByteArray());
     }
 
-    QStringList FilesInDir() const { return QDir(m_dir->path()).entryList(QDir::Files, QDir::Name); }
-
 private slots:
-    void initTestCase()
-    {
-        QStandardPaths::setTestModeEnabled(true);
-        m_hadRegistryDir = qEnvironmentVariableIsSet("ZENT_REGISTRY_DIR");
-        m_savedRegistryDir = qgetenv("ZENT_REGISTRY_DIR");
-    }
-
-    void init()
-    {
-        m_dir = std::make_unique<QTemporaryDir>();
-        QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
-        QVERIFY(QDir(m_dir->path()).mkdir(QStringLiteral("registry")));
-        // The test reads and writes the programs' registry itself.
-        qputenv("ZENT_REGISTRY_DIR", QFile::encodeName(RegistryDir()));
-    }
-
-    void cleanup()
-    {
-        if (m_hadRegistryDir)
-            qputenv("ZENT_REGISTRY_DIR", m_savedRegistryDir);
-        else
-            qunsetenv("ZENT_REGISTRY_DIR");
-        m_dir.reset();
-    }
-
     void otherArgumentCountsPrintTheUsageAndExitWith1_data()
     {
         QTest::addColumn<QStringList>("arguments");
@@ -107,11 +68,7 @@ private slots:
     void otherArgumentCountsPrintTheUsageAndExitWith1()
     {
         QFETCH(QStringList, arguments);
-        const Run run = CfgCopy(arguments);
-        QCOMPARE(run.exitStatus, QProcess::NormalExit);
-        QCOMPARE(run.exitCode, 1);
-        QCOMPARE(run.output, USAGE);
-        QCOMPARE(run.errors, QByteArray());
+        CompareRun(CfgCopy(arguments), 1, USAGE, QByteArray());
         QCOMPARE(FilesInDir(), QStringList());
     }
 
@@ -302,11 +259,8 @@ private slots:
     {
         const Run run = CfgCopy({QStringLiteral("App"), QStringLiteral("Xml:Missing.xml"),
                                  QStringLiteral("App"), QStringLiteral("Xml:Target.xml")});
-        QCOMPARE(run.exitStatus, QProcess::NormalExit);
-        QCOMPARE(run.exitCode, 2);
-        QCOMPARE(run.output, QByteArray());
-        QCOMPARE(run.errors,
-                 QByteArray("cfgcopy: The configuration file \"Missing.xml\" does not exist.\n\n"));
+        CompareRun(run, 2, QByteArray(),
+                   QByteArray("cfgcopy: The configuration file \"Missing.xml\" does not exist.\n\n"));
         // Nothing is created before the source has opened.
         QCOMPARE(FilesInDir(), QStringList());
     }

@@ -6,8 +6,6 @@
 
 #include <QtTest>
 
-#include <memory>
-
 using namespace CfgCommandTest;
 
 namespace {
@@ -40,32 +38,22 @@ const QByteArray EMPTY_VIEWS = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
 
 } // namespace
 
-class tst_CfgDelete : public QObject
+class tst_CfgDelete : public ProgramTest
 {
     Q_OBJECT
 
 private:
-    std::unique_ptr<QTemporaryDir> m_dir;
-    QByteArray m_savedRegistryDir;
-    bool m_hadRegistryDir = false;
-
-    QString Path(const QString& name) const { return m_dir->filePath(name); }
-    QString RegistryDir() const { return Path(QStringLiteral("registry")); }
     QString MainFile() const { return Path(QStringLiteral("Cfg.xml")); }
     QString UserFile() const { return Path(QStringLiteral("Cfg.usr.xml")); }
 
     Run CfgDelete(const QStringList& arguments)
     {
-        return RunProgram(QStringLiteral("cfgdelete"), arguments, m_dir->path(), RegistryDir());
+        return RunInFolder(QStringLiteral("cfgdelete"), arguments);
     }
 
     void DeleteOk(const QStringList& arguments)
     {
-        const Run run = CfgDelete(arguments);
-        QCOMPARE(run.exitStatus, QProcess::NormalExit);
-        QCOMPARE(run.exitCode, 0);
-        QCOMPARE(run.output, QByteArray());
-        QCOMPARE(run.errors, QByteArray());
+        CompareRun(CfgDelete(arguments), 0, QByteArray(), QByteArray());
     }
 
     void WriteDocument()
@@ -89,34 +77,7 @@ private:
         }
     }
 
-    QStringList FilesInDir() const { return QDir(m_dir->path()).entryList(QDir::Files, QDir::Name); }
-
 private slots:
-    void initTestCase()
-    {
-        QStandardPaths::setTestModeEnabled(true);
-        m_hadRegistryDir = qEnvironmentVariableIsSet("ZENT_REGISTRY_DIR");
-        m_savedRegistryDir = qgetenv("ZENT_REGISTRY_DIR");
-    }
-
-    void init()
-    {
-        m_dir = std::make_unique<QTemporaryDir>();
-        QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
-        QVERIFY(QDir(m_dir->path()).mkdir(QStringLiteral("registry")));
-        // The test reads and writes the program's registry itself.
-        qputenv("ZENT_REGISTRY_DIR", QFile::encodeName(RegistryDir()));
-    }
-
-    void cleanup()
-    {
-        if (m_hadRegistryDir)
-            qputenv("ZENT_REGISTRY_DIR", m_savedRegistryDir);
-        else
-            qunsetenv("ZENT_REGISTRY_DIR");
-        m_dir.reset();
-    }
-
     void otherArgumentCountsPrintTheUsageAndExitWith1_data()
     {
         QTest::addColumn<QStringList>("arguments");
@@ -130,11 +91,7 @@ private slots:
     {
         QFETCH(QStringList, arguments);
         WriteDocument();
-        const Run run = CfgDelete(arguments);
-        QCOMPARE(run.exitStatus, QProcess::NormalExit);
-        QCOMPARE(run.exitCode, 1);
-        QCOMPARE(run.output, USAGE);
-        QCOMPARE(run.errors, QByteArray());
+        CompareRun(CfgDelete(arguments), 1, USAGE, QByteArray());
         QCOMPARE(ReadFile(MainFile()), MAIN_FILE);
         QCOMPARE(ReadFile(UserFile()), USER_FILE);
     }
@@ -207,11 +164,8 @@ private slots:
     void missingXmlFileFailsWithExitCode2()
     {
         const Run run = CfgDelete({QStringLiteral("App"), QStringLiteral("Xml:Missing.xml")});
-        QCOMPARE(run.exitStatus, QProcess::NormalExit);
-        QCOMPARE(run.exitCode, 2);
-        QCOMPARE(run.output, QByteArray());
-        QCOMPARE(run.errors,
-                 QByteArray("cfgdelete: The configuration file \"Missing.xml\" does not exist.\n\n"));
+        CompareRun(run, 2, QByteArray(),
+                   QByteArray("cfgdelete: The configuration file \"Missing.xml\" does not exist.\n\n"));
         QCOMPARE(FilesInDir(), QStringList());
     }
 
