@@ -3,6 +3,7 @@
 
 #include "cfgcenterlifecycletestaccess.h"
 #include "common/recordingwriter.h"
+#include "common/scopedcurrentdir.h"
 #include "configuration/cfgcenter.h"
 #include "configuration/cfgifdlldescriptor.h"
 #include "kvbase/errorhandler.h"
@@ -135,22 +136,6 @@ public:
 
 private:
     std::vector<std::pair<QByteArray, QByteArray>> m_saved;
-};
-
-/// Makes `path` the working directory while it lives.
-class ScopedCurrentDir
-{
-public:
-    explicit ScopedCurrentDir(const QString& path) : m_sPrevious(QDir::currentPath())
-    {
-        QDir::setCurrent(path);
-    }
-    ~ScopedCurrentDir() { QDir::setCurrent(m_sPrevious); }
-    ScopedCurrentDir(const ScopedCurrentDir&) = delete;
-    ScopedCurrentDir& operator=(const ScopedCurrentDir&) = delete;
-
-private:
-    QString m_sPrevious;
 };
 
 /// A system whose local addresses the test chooses; everything else is the real one.

@@ -1,5 +1,6 @@
 #include "common/kvexceptioncheck.h"
 #include "common/recordingwriter.h"
+#include "common/scopedcurrentdir.h"
 #include "configuration/cfgcentertestaccess.h"
 #include "configuration/cfgxml.h"
 #include "configuration/cfgxml_p.h"
@@ -54,11 +55,11 @@ class tst_CfgXml : public QObject
     Q_OBJECT
 
 private:
-    std::unique_ptr<QTemporaryDir> m_dir;
+    // The export side file falls back to the current folder.
+    std::unique_ptr<CurrentTemporaryDir> m_dir;
     std::unique_ptr<FakeZentOS> m_os;
     QStringList m_traces;
     QStringList m_messages;
-    QString m_previousCurrentDir;
 
     QString Path(const QString& name) const { return m_dir->filePath(name); }
 
@@ -125,18 +126,12 @@ private:
     }
 
 private slots:
-    void initTestCase()
-    {
-        QStandardPaths::setTestModeEnabled(true);
-        m_previousCurrentDir = QDir::currentPath();
-    }
+    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
 
     void init()
     {
-        m_dir = std::make_unique<QTemporaryDir>();
+        m_dir = std::make_unique<CurrentTemporaryDir>();
         QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
-        // The export side file falls back to the current folder.
-        QDir::setCurrent(m_dir->path());
         m_os = std::make_unique<FakeZentOS>();
         m_traces.clear();
         m_messages.clear();
@@ -162,7 +157,6 @@ private slots:
         partitions.SetUserViewSubkey(QString());
         partitions.SetAdditionalUserViewSubkey({});
         m_os.reset();
-        QDir::setCurrent(m_previousCurrentDir);
         m_dir.reset();
     }
 

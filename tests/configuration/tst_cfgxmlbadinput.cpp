@@ -2,6 +2,7 @@
 // through a bounded, clean recovery; none crashes or hangs.
 
 #include "common/recordingwriter.h"
+#include "common/scopedcurrentdir.h"
 #include "configuration/cfgcenter.h"
 #include "configuration/cfgcentertestaccess.h"
 #include "configuration/cfgxml.h"
@@ -100,8 +101,8 @@ class tst_CfgXmlBadInput : public QObject
     Q_OBJECT
 
 private:
-    std::unique_ptr<QTemporaryDir> m_dir;
-    QString m_previousCurrentDir;
+    // The export side file falls back to the current folder.
+    std::unique_ptr<CurrentTemporaryDir> m_dir;
     QStringList m_traces;
     QStringList m_messages;
 
@@ -167,18 +168,12 @@ private:
     }
 
 private slots:
-    void initTestCase()
-    {
-        QStandardPaths::setTestModeEnabled(true);
-        m_previousCurrentDir = QDir::currentPath();
-    }
+    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
 
     void init()
     {
-        m_dir = std::make_unique<QTemporaryDir>();
+        m_dir = std::make_unique<CurrentTemporaryDir>();
         QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
-        // The export side file falls back to the current folder.
-        QDir::setCurrent(m_dir->path());
         m_traces.clear();
         m_messages.clear();
         CfgCenterTestAccess::Reset();
@@ -197,7 +192,6 @@ private slots:
         ErrorHandler::Instance().SetMessagePresenter({});
         ErrorHandler::Instance().ResetMessageMask();
         CfgCenterTestAccess::Reset();
-        QDir::setCurrent(m_previousCurrentDir);
         m_dir.reset();
     }
 

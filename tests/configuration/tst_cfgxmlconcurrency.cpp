@@ -2,6 +2,7 @@
 // the configuration centre's mutex, while the main thread saves it: nothing
 // crashes and no write is lost.
 
+#include "common/scopedcurrentdir.h"
 #include "configuration/cfgcenter.h"
 #include "configuration/cfgcentertestaccess.h"
 #include "configuration/cfgxml.h"
@@ -160,9 +161,9 @@ class tst_CfgXmlConcurrency : public QObject
     Q_OBJECT
 
 private:
-    std::unique_ptr<QTemporaryDir> m_dir;
+    // The export side file falls back to the current folder.
+    std::unique_ptr<CurrentTemporaryDir> m_dir;
     std::unique_ptr<QMutex> m_mutex;
-    QString m_previousCurrentDir;
 
     QString FileName() const { return m_dir->filePath(QStringLiteral("Cfg.xml")); }
 
@@ -182,18 +183,12 @@ private:
     }
 
 private slots:
-    void initTestCase()
-    {
-        QStandardPaths::setTestModeEnabled(true);
-        m_previousCurrentDir = QDir::currentPath();
-    }
+    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
 
     void init()
     {
-        m_dir = std::make_unique<QTemporaryDir>();
+        m_dir = std::make_unique<CurrentTemporaryDir>();
         QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
-        // The export side file falls back to the current folder.
-        QDir::setCurrent(m_dir->path());
         CfgCenterTestAccess::Reset();
         m_mutex = std::make_unique<QMutex>(QMutex::Recursive);
         CfgCenterTestAccess::SetMutex(m_mutex.get());
@@ -207,7 +202,6 @@ private slots:
     {
         CfgCenterTestAccess::Reset();
         m_mutex.reset();
-        QDir::setCurrent(m_previousCurrentDir);
         m_dir.reset();
     }
 

@@ -4,6 +4,7 @@
 
 #include "cfgxmlcrashdocument.h"
 
+#include "common/scopedcurrentdir.h"
 #include "configuration/cfgcenter.h"
 #include "configuration/cfgcentertestaccess.h"
 #include "configuration/cfgxml.h"
@@ -64,8 +65,8 @@ class tst_CfgXmlCrash : public QObject
     Q_OBJECT
 
 private:
-    std::unique_ptr<QTemporaryDir> m_dir;
-    QString m_previousCurrentDir;
+    // The export side file falls back to the current folder.
+    std::unique_ptr<CurrentTemporaryDir> m_dir;
 
     QString FileName() const { return m_dir->filePath(QStringLiteral("Cfg.xml")); }
 
@@ -99,16 +100,13 @@ private slots:
     void initTestCase()
     {
         QStandardPaths::setTestModeEnabled(true);
-        m_previousCurrentDir = QDir::currentPath();
         QVERIFY2(QFile::exists(HelperPath()), qPrintable(HelperPath()));
     }
 
     void init()
     {
-        m_dir = std::make_unique<QTemporaryDir>();
+        m_dir = std::make_unique<CurrentTemporaryDir>();
         QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
-        // The export side file falls back to the current folder.
-        QDir::setCurrent(m_dir->path());
         CfgCenterTestAccess::Reset();
         ErrorHandler::Instance().ResetMessageMask();
     }
@@ -116,7 +114,6 @@ private slots:
     void cleanup()
     {
         CfgCenterTestAccess::Reset();
-        QDir::setCurrent(m_previousCurrentDir);
         m_dir.reset();
     }
 
