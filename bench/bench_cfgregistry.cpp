@@ -4,15 +4,10 @@
 //
 //   bench_cfgregistry [--quick]
 
-#include "benchsupport.h"
+#include "cfgbenchsupport.h"
 
-#include "configuration/cfgcentertestaccess.h"
 #include "configuration/cfgregistry.h"
-#include "configuration/cfgxml.h"
-#include "kvbase/zentos.h"
 
-#include <QCoreApplication>
-#include <QMutex>
 #include <QSettings>
 
 #include <map>
@@ -21,18 +16,12 @@
 namespace {
 
 using Bench::Value;
+using Bench::XmlDocument;
 
 class RegistryCfg : public CfgRegistry
 {
 public:
     RegistryCfg(const QString& path, View view) : CfgRegistry(path, view, QString()) {}
-};
-
-class XmlDocument : public CfgXml
-{
-public:
-    using CfgXml::CfgXml;
-    using CfgXml::SaveDocument;
 };
 
 /// A store whose values are reached through one object per section, as an
@@ -183,18 +172,11 @@ Figures Measure(Store& store, const std::vector<Value>& values, const std::vecto
 
 int main(int argc, char** argv)
 {
-    QTemporaryDir directory;
-    if (!directory.isValid()) {
-        std::fprintf(stderr, "cannot create a temporary folder\n");
+    const Bench::Session session(argc, argv);
+    if (!session.IsValid())
         return 1;
-    }
-    qputenv("ZENT_REGISTRY_DIR", QFile::encodeName(directory.path()));
-    QCoreApplication app(argc, argv);
-    const bool quick = app.arguments().contains(QStringLiteral("--quick"));
-    ZentOS::Get().InitGuiProcess();
-    QMutex mutex(QMutex::Recursive); // the configuration centre's lock, as in an application
-    CfgCenterTestAccess::SetMutex(&mutex);
-    QDir::setCurrent(directory.path());
+    qputenv("ZENT_REGISTRY_DIR", QFile::encodeName(session.Directory()));
+    const bool quick = session.IsQuick();
 
     std::printf("## CfgRegistry beside CfgXml and QSettings (INI)\n\n"
                 "Per value, median of 3 passes (creation: one pass), in a fixed random order; values are "
@@ -212,8 +194,8 @@ int main(int argc, char** argv)
         const std::vector<int> order = Bench::ShuffledOrder(values.size());
         const QString tag = QString::number(count);
         RegistryStore registry(QStringLiteral("Bench") + tag);
-        XmlStore xml(directory.path() + QStringLiteral("/bench") + tag + QStringLiteral(".xml"));
-        SettingsStore settings(directory.path() + QStringLiteral("/bench") + tag + QStringLiteral(".ini"));
+        XmlStore xml(session.Directory() + QStringLiteral("/bench") + tag + QStringLiteral(".xml"));
+        SettingsStore settings(session.Directory() + QStringLiteral("/bench") + tag + QStringLiteral(".ini"));
         std::vector<Store*> stores{&registry, &xml, &settings};
         names.clear();
         std::vector<Figures> figures;
@@ -233,7 +215,5 @@ int main(int argc, char** argv)
         row(QStringLiteral("GetString"), &Figures::read);
     }
     Bench::PrintTable(names, rows);
-
-    CfgCenterTestAccess::SetMutex(nullptr);
     return 0;
 }

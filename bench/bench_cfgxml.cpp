@@ -7,16 +7,10 @@
 //
 // --quick stops after 10,000 values (for a smoke run).
 
-#include "benchsupport.h"
-
-#include "configuration/cfgcentertestaccess.h"
-#include "configuration/cfgxml.h"
-#include "kvbase/zentos.h"
+#include "cfgbenchsupport.h"
 
 #include <KConfig>
 #include <KConfigGroup>
-#include <QCoreApplication>
-#include <QMutex>
 #include <QSettings>
 
 #include <memory>
@@ -25,13 +19,7 @@
 namespace {
 
 using Bench::Value;
-
-class XmlDocument : public CfgXml
-{
-public:
-    using CfgXml::CfgXml;
-    using CfgXml::SaveDocument;
-};
+using Bench::XmlDocument;
 
 /// One library under a common face: open a file, read and write a value by
 /// its full path, save, close.
@@ -293,19 +281,10 @@ double MeasureSiblings(Store& store, int siblings, const QString& directory)
 
 int main(int argc, char** argv)
 {
-    QCoreApplication app(argc, argv);
-    const bool quick = app.arguments().contains(QStringLiteral("--quick"));
-    ZentOS::Get().InitGuiProcess();
-    QMutex mutex(QMutex::Recursive); // the configuration centre's lock, as in an application
-    CfgCenterTestAccess::SetMutex(&mutex);
-
-    QTemporaryDir directory;
-    if (!directory.isValid()) {
-        std::fprintf(stderr, "cannot create a temporary folder\n");
+    const Bench::Session session(argc, argv);
+    if (!session.IsValid())
         return 1;
-    }
-    // The export side file would land in the current folder.
-    QDir::setCurrent(directory.path());
+    const bool quick = session.IsQuick();
 
     XmlStore xml;
     SettingsStore settings;
@@ -332,7 +311,7 @@ int main(int argc, char** argv)
         const std::vector<int> order = Bench::ShuffledOrder(values.size());
         std::vector<SizeFigures> figures;
         for (Store* store : stores) {
-            QTemporaryDir storeDirectory(directory.path() + QStringLiteral("/run-XXXXXX"));
+            QTemporaryDir storeDirectory(session.Directory() + QStringLiteral("/run-XXXXXX"));
             figures.push_back(MeasureStore(*store, values, order, storeDirectory.path(), repeats));
             effects << QStringLiteral("%1 at %2 values: %3")
                            .arg(store->Name())
@@ -376,7 +355,7 @@ int main(int argc, char** argv)
     for (const int siblings : {10, 100, 1000, 10000}) {
         QString line = QStringLiteral("| %1 |").arg(siblings);
         for (size_t i = 0; i < stores.size(); ++i) {
-            QTemporaryDir storeDirectory(directory.path() + QStringLiteral("/wide-XXXXXX"));
+            QTemporaryDir storeDirectory(session.Directory() + QStringLiteral("/wide-XXXXXX"));
             perRead[i].push_back(MeasureSiblings(*stores[i], siblings, storeDirectory.path()));
             line += QLatin1Char(' ') + Bench::FormatNs(perRead[i].back()) + QStringLiteral(" |");
         }
@@ -393,7 +372,5 @@ int main(int argc, char** argv)
     if (xmlGrowth > 2.0)
         targetsMet = false;
     std::printf("All CfgXml targets: %s\n\n", targetsMet ? "met" : "NOT all met");
-
-    CfgCenterTestAccess::SetMutex(nullptr);
     return 0;
 }
