@@ -56,7 +56,11 @@ void ZentOS::SetInstance(ZentOS* instance)
 
 QString ZentOS::GetLocalAddress(int index) const
 {
-    const QList<QHostAddress> addresses = QNetworkInterface::allAddresses();
+    // Callers walk the addresses index by index from 0; asking the system
+    // once per walk, not once per index, also gives the walk one consistent list.
+    thread_local QList<QHostAddress> addresses;
+    if (index == 0)
+        addresses = QNetworkInterface::allAddresses();
     if (index < 0 || index >= addresses.size())
         return QString();
     return addresses.at(index).toString();

@@ -53,7 +53,8 @@ public:
 
     // The machine.
     /// The local machine's address number `index` (IPv4 and IPv6, loopback
-    /// included); an empty text when there are no more.
+    /// included); an empty text when there are no more. Index 0 takes a fresh
+    /// look at the system; higher indexes read from what it found.
     virtual QString GetLocalAddress(int index) const;
     /// The workstation's name; empty when it cannot be determined.
     virtual std::wstring GetWorkStationName() const;

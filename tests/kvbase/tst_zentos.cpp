@@ -1,5 +1,6 @@
 #include "kvbase/zentos.h"
 
+#include <QNetworkInterface>
 #include <QtTest>
 
 #include <cstdlib>
@@ -80,6 +81,10 @@ private slots:
                  qPrintable(addresses.join(QLatin1Char(' '))));
         QCOMPARE(os.GetLocalAddress(addresses.size()), QString());
         QCOMPARE(os.GetLocalAddress(-1), QString());
+        QStringList expected;
+        for (const QHostAddress& address : QNetworkInterface::allAddresses())
+            expected << address.toString();
+        QCOMPARE(addresses, expected);
     }
 
     void workStationNameIsTheHostName()
