@@ -1,12 +1,14 @@
 #ifndef APPLICATION_SERVICEIMPL_P_H
 #define APPLICATION_SERVICEIMPL_P_H
 
+#include "zentappstartup_export.h"
+
 #include <QtGlobal>
 
 class Service;
 
 /// The platform side of a Service: talks to the service manager.
-class ServiceImpl
+class ZENTAPPSTARTUP_EXPORT ServiceImpl
 {
 public:
     // The service manager's values, as the status record and controls carry them.

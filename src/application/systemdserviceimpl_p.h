@@ -14,7 +14,7 @@
 /// $NOTIFY_SOCKET per report (READY=1 when running, STOPPING=1 when stopped,
 /// STATUS= always, WATCHDOG=1 every half of $WATCHDOG_USEC). SIGTERM is the
 /// stop control; pause and continue are not accepted controls.
-class SystemdServiceImpl : public ServiceImpl
+class ZENTAPPSTARTUP_EXPORT SystemdServiceImpl : public ServiceImpl
 {
 public:
     /// The status record as the service manager would keep it. State and exit

@@ -4,6 +4,7 @@
 #include "cfgcenterlifecycletestaccess.h"
 #include "common/recordingwriter.h"
 #include "common/scopedcurrentdir.h"
+#include "common/scopedenvironment.h"
 #include "configuration/cfgcenter.h"
 #include "configuration/cfgifdlldescriptor.h"
 #include "kvbase/errorhandler.h"
@@ -106,36 +107,6 @@ public:
 
     QList<QPair<ErrorHandler::MessageKind, QString>> messages;
     QStringList questions;
-};
-
-/// Sets environment variables (or unsets them for a null value) and restores them.
-class ScopedEnvironment
-{
-public:
-    ScopedEnvironment() = default;
-    ~ScopedEnvironment()
-    {
-        for (auto it = m_saved.rbegin(); it != m_saved.rend(); ++it) {
-            if (it->second.isNull())
-                qunsetenv(it->first.constData());
-            else
-                qputenv(it->first.constData(), it->second);
-        }
-    }
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
-    void Set(const char* name, const QByteArray& value)
-    {
-        m_saved.emplace_back(name, qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
-        if (value.isNull())
-            qunsetenv(name);
-        else
-            qputenv(name, value);
-    }
-
-private:
-    std::vector<std::pair<QByteArray, QByteArray>> m_saved;
 };
 
 /// A system whose local addresses the test chooses; everything else is the real one.
