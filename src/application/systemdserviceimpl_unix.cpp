@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <future>
+#include <memory>
 #include <thread>
 
 #include <fcntl.h>
@@ -215,6 +216,7 @@ private:
     bool m_bHandlerInstalled = false;
 };
 
+// The channel of the running Exec; used on Exec's thread only.
 ControlChannel* s_pChannel = nullptr;
 
 int PollTimeout(Clock::time_point deadline)
@@ -260,11 +262,12 @@ void SystemdServiceImpl::Exec(int argc, wchar_t** argv)
     }
     s_pChannel = &channel;
 
-    std::promise<void> bodyEnded;
-    std::future<void> bodyEnd = bodyEnded.get_future();
-    std::thread serviceMain([&bodyEnded] {
+    // Shared with the thread, which may outlive this call when the body does not end.
+    auto bodyEnded = std::make_shared<std::promise<void>>();
+    std::future<void> bodyEnd = bodyEnded->get_future();
+    std::thread serviceMain([bodyEnded] {
         ServiceMain();
-        bodyEnded.set_value();
+        bodyEnded->set_value();
     });
     RunControlLoop();
 
@@ -339,8 +342,7 @@ bool SystemdServiceImpl::Init()
     }
     // Without registration this reports nothing: there is no one to report to.
     ReportStatus();
-    if (s_pChannel)
-        WriteWakeByte(s_wakeWriteFd);
+    WriteWakeByte(s_wakeWriteFd);
     return registered;
 }
 
