@@ -12,6 +12,7 @@
 #include <QtTest>
 
 #include <set>
+#include <thread>
 #include <utility>
 
 #include <fcntl.h>
@@ -75,6 +76,7 @@ private slots:
     void folderIsNotWritten();
     void fileOfAnotherUserIsNotWritten();
     void eightProcessesInterleaveWholeLines();
+    void threadsInterleaveWholeLines();
 
 private:
     std::unique_ptr<QTemporaryDir> m_pDir;
@@ -338,6 +340,37 @@ void TestLog::eightProcessesInterleaveWholeLines()
         ++nextLine[writer];
     }
     QCOMPARE(nextLine, std::vector<int>(writers, linesEach));
+}
+
+void TestLog::threadsInterleaveWholeLines()
+{
+    const int threads = 4;
+    const int linesEach = 1000;
+    const QString name = m_pDir->filePath(QStringLiteral("ServiceLog.txt"));
+    Log::SetFileName(name);
+    std::vector<std::thread> writers;
+    for (int writer = 0; writer < threads; ++writer) {
+        writers.emplace_back([writer] {
+            for (int line = 0; line < linesEach; ++line)
+                Log::WriteLine(QStringLiteral("thread %1 line %2").arg(writer).arg(line));
+        });
+    }
+    for (std::thread& writer : writers)
+        writer.join();
+
+    const QByteArray content = ReadAll(name);
+    const QList<QByteArray> lines = content.left(content.size() - 1).split('\n');
+    QCOMPARE(lines.size(), threads * linesEach);
+    std::vector<int> nextLine(threads, 0);
+    const QRegularExpression whole(QStringLiteral("^thread ([0-3]) line (\\d+)$"));
+    for (const QByteArray& line : lines) {
+        const QRegularExpressionMatch match = whole.match(QString::fromLatin1(line));
+        QVERIFY2(match.hasMatch(), line.constData());
+        const int writer = match.captured(1).toInt();
+        QCOMPARE(match.captured(2).toInt(), nextLine[writer]);
+        ++nextLine[writer];
+    }
+    QCOMPARE(nextLine, std::vector<int>(threads, linesEach));
 }
 
 QTEST_GUILESS_MAIN(TestLog)
