@@ -20,10 +20,7 @@ namespace {
 class HeartbeatService : public Service
 {
 public:
-    HeartbeatService()
-        : Service(QStringLiteral("ZentHeartbeat"))
-    {
-    }
+    HeartbeatService() : Service(QStringLiteral("ZentHeartbeat")) {}
 
     bool HasRun() const { return m_bHasRun; }
 

@@ -80,7 +80,7 @@ void CreateDefaultFolder(const QString& fileName)
         return;
     const QByteArray path = QFile::encodeName(folder);
     // Created one level at a time, each private to the user (0700) and never through a link.
-    for (int slash = path.indexOf('/', 1); ; slash = path.indexOf('/', slash + 1)) {
+    for (int slash = path.indexOf('/', 1);; slash = path.indexOf('/', slash + 1)) {
         const QByteArray part = slash < 0 ? path : path.left(slash);
         if (::mkdir(part.constData(), 0700) != 0 && errno != EEXIST) {
             TraceLostLine(fileName, std::strerror(errno));

@@ -2,11 +2,7 @@
 
 #include "application/serviceimpl_p.h"
 
-Service::Service(QString name)
-    : m_sName(std::move(name))
-    , m_pImpl(ServiceImpl::CreatePlatformImpl(this))
-{
-}
+Service::Service(QString name) : m_sName(std::move(name)), m_pImpl(ServiceImpl::CreatePlatformImpl(this)) {}
 
 Service::~Service()
 {
@@ -49,14 +45,8 @@ bool Service::IsRunning()
     return m_pImpl->IsRunning();
 }
 
-void Service::OnPause()
-{
-}
+void Service::OnPause() {}
 
-void Service::OnContinue()
-{
-}
+void Service::OnContinue() {}
 
-void Service::OnStop()
-{
-}
+void Service::OnStop() {}

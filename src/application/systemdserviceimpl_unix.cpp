@@ -3,8 +3,8 @@
 #include "application/service.h"
 #include "kvbase/errorhandler.h"
 
-#include <chrono>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <future>
@@ -55,8 +55,9 @@ public:
         std::memset(&m_address, 0, sizeof m_address);
         m_address.sun_family = AF_UNIX;
         if (!name.startsWith('/') && !name.startsWith('@')) {
-            m_error = QStringLiteral("The notify socket \"%1\" is neither an absolute path nor an abstract name")
-                          .arg(QString::fromLocal8Bit(name));
+            m_error =
+                QStringLiteral("The notify socket \"%1\" is neither an absolute path nor an abstract name")
+                    .arg(QString::fromLocal8Bit(name));
             return;
         }
         // A path needs its terminating zero; an abstract name is its bytes after a leading zero.
@@ -70,8 +71,8 @@ public:
         std::memcpy(m_address.sun_path, name.constData(), static_cast<size_t>(name.size()));
         if (isAbstract)
             m_address.sun_path[0] = '\0';
-        m_length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + static_cast<size_t>(name.size())
-                                          + (isAbstract ? 0 : 1));
+        m_length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + static_cast<size_t>(name.size()) +
+                                          (isAbstract ? 0 : 1));
     }
 
     bool IsValid() const { return m_length != 0; }
@@ -234,8 +235,7 @@ ServiceImpl* ServiceImpl::CreatePlatformImpl(Service* service)
     return new SystemdServiceImpl(service);
 }
 
-SystemdServiceImpl::SystemdServiceImpl(Service* service)
-    : ServiceImpl(service)
+SystemdServiceImpl::SystemdServiceImpl(Service* service) : ServiceImpl(service)
 {
     s_pInstance = this;
 }
@@ -388,8 +388,8 @@ QByteArray SystemdServiceImpl::StatusMessage(const QString& name, quint32 state,
     case SERVICE_START_PENDING:
         return "STATUS=" + text.toUtf8() + ": starting\n";
     case SERVICE_STOPPED:
-        return "STOPPING=1\nSTATUS=" + text.toUtf8() + ": stopped, exit code "
-               + QByteArray::number(static_cast<qint32>(exitCode)) + '\n';
+        return "STOPPING=1\nSTATUS=" + text.toUtf8() + ": stopped, exit code " +
+               QByteArray::number(static_cast<qint32>(exitCode)) + '\n';
     default:
         return "STATUS=" + text.toUtf8() + ": state " + QByteArray::number(state) + '\n';
     }
@@ -402,7 +402,8 @@ bool SystemdServiceImpl::RegisterControlHandler()
         // A unit without notifications still runs under systemd.
         if (!Variable("INVOCATION_ID").isEmpty())
             return true;
-        _Q_Trace(QStringLiteral("Not started by systemd: the service is not registered"), SOURCE_FILE, __LINE__);
+        _Q_Trace(QStringLiteral("Not started by systemd: the service is not registered"), SOURCE_FILE,
+                 __LINE__);
         return false;
     }
     const NotifyAddress address(m_notifySocket);
@@ -423,8 +424,8 @@ bool SystemdServiceImpl::RegisterControlHandler()
 void SystemdServiceImpl::ReportStatus()
 {
     if (m_bRegistered && !m_notifySocket.isEmpty())
-        SendNotification(m_notifySocket, StatusMessage(m_pService->Name(), m_status.currentState,
-                                                       m_status.exitCode));
+        SendNotification(m_notifySocket,
+                         StatusMessage(m_pService->Name(), m_status.currentState, m_status.exitCode));
 }
 
 QStringList SystemdServiceImpl::Arguments() const

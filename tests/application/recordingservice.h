@@ -51,9 +51,7 @@ class RecordingService : public Service
 {
 public:
     RecordingService(const QString& name, ServiceEvents& events, bool blocks = true)
-        : Service(name)
-        , m_events(events)
-        , m_bBlocks(blocks)
+        : Service(name), m_events(events), m_bBlocks(blocks)
     {
     }
 

@@ -34,7 +34,8 @@ bool WriteFile(const QString& fileName, const QByteArray& bytes)
 }
 
 // Runs zentlogwriter with `args` and the environment `environment`; its exit code, or -1.
-int RunWriter(const QStringList& args, const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment())
+int RunWriter(const QStringList& args,
+              const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment())
 {
     QProcess writer;
     writer.setProcessEnvironment(environment);
@@ -111,25 +112,21 @@ void TestLog::defaultFileNameFollowsEnvironment_data()
 
     const QByteArray unset;
     QTest::newRow("logs_directory_set_by_systemd")
-        << QByteArray("/var/log/heartbeat") << QByteArray("/home/ann/state") << QByteArray("/home/ann") << 1000u
-        << QStringLiteral("/var/log/heartbeat/ServiceLog.txt");
-    QTest::newRow("logs_directory_for_root")
-        << QByteArray("/var/log/heartbeat") << unset << unset << 0u
-        << QStringLiteral("/var/log/heartbeat/ServiceLog.txt");
+        << QByteArray("/var/log/heartbeat") << QByteArray("/home/ann/state") << QByteArray("/home/ann")
+        << 1000u << QStringLiteral("/var/log/heartbeat/ServiceLog.txt");
+    QTest::newRow("logs_directory_for_root") << QByteArray("/var/log/heartbeat") << unset << unset << 0u
+                                             << QStringLiteral("/var/log/heartbeat/ServiceLog.txt");
     QTest::newRow("first_of_several_logs_directories")
         << QByteArray("/var/log/one:/var/log/two") << unset << unset << 0u
         << QStringLiteral("/var/log/one/ServiceLog.txt");
-    QTest::newRow("root_without_logs_directory")
-        << unset << QByteArray("/root/state") << QByteArray("/root") << 0u
-        << QStringLiteral("/var/log/zent/ServiceLog.txt");
+    QTest::newRow("root_without_logs_directory") << unset << QByteArray("/root/state") << QByteArray("/root")
+                                                 << 0u << QStringLiteral("/var/log/zent/ServiceLog.txt");
     QTest::newRow("empty_logs_directory_is_unset")
         << QByteArray("") << unset << unset << 0u << QStringLiteral("/var/log/zent/ServiceLog.txt");
-    QTest::newRow("user_with_state_home")
-        << unset << QByteArray("/home/ann/state") << QByteArray("/home/ann") << 1000u
-        << QStringLiteral("/home/ann/state/zent/ServiceLog.txt");
-    QTest::newRow("user_without_state_home")
-        << unset << unset << QByteArray("/home/ann") << 1000u
-        << QStringLiteral("/home/ann/.local/state/zent/ServiceLog.txt");
+    QTest::newRow("user_with_state_home") << unset << QByteArray("/home/ann/state") << QByteArray("/home/ann")
+                                          << 1000u << QStringLiteral("/home/ann/state/zent/ServiceLog.txt");
+    QTest::newRow("user_without_state_home") << unset << unset << QByteArray("/home/ann") << 1000u
+                                             << QStringLiteral("/home/ann/.local/state/zent/ServiceLog.txt");
     QTest::newRow("relative_state_home_is_ignored")
         << unset << QByteArray("state") << QByteArray("/home/ann") << 1000u
         << QStringLiteral("/home/ann/.local/state/zent/ServiceLog.txt");
@@ -217,7 +214,8 @@ void TestLog::textIsWrittenAsLatin1()
     const QString name = m_pDir->filePath(QStringLiteral("ServiceLog.txt"));
     Log::SetFileName(name);
     Log::WriteLine(QStringLiteral("Gr\u00fc\u00dfe \u20ac \u4e2d\u00ff"));
-    QCOMPARE(ReadAll(name), QByteArray("Gr\xfc\xdf" "e ? ?\xff\n"));
+    QCOMPARE(ReadAll(name), QByteArray("Gr\xfc\xdf"
+                                       "e ? ?\xff\n"));
 }
 
 void TestLog::missingFolderWritesNothing()

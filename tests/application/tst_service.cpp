@@ -119,9 +119,10 @@ void TestService::stopReportsStoppedWithExitCodeZeroAfterOnStop()
 
     QStringList reportsAndStop = events.All();
     QCOMPARE(reportsAndStop.removeAll(QStringLiteral("OnStart Recorder")), 1);
-    QCOMPARE(reportsAndStop, QStringList({QStringLiteral("report READY=1\nSTATUS=Recorder: running\n"),
-                                          QStringLiteral("OnStop Recorder"),
-                                          QStringLiteral("report STOPPING=1\nSTATUS=Recorder: stopped, exit code 0\n")}));
+    QCOMPARE(reportsAndStop,
+             QStringList({QStringLiteral("report READY=1\nSTATUS=Recorder: running\n"),
+                          QStringLiteral("OnStop Recorder"),
+                          QStringLiteral("report STOPPING=1\nSTATUS=Recorder: stopped, exit code 0\n")}));
     QCOMPARE(service.starts.load(), 1);
     QCOMPARE(service.stops.load(), 1);
     QVERIFY(service.runningInOnStart);
@@ -159,9 +160,10 @@ void TestService::secondServiceReceivesStartAndControls()
 
     QStringList happened = events.All();
     QCOMPARE(happened.removeAll(QStringLiteral("OnStart Second")), 1);
-    QCOMPARE(happened, QStringList({QStringLiteral("report READY=1\nSTATUS=Second: running\n"),
-                                    QStringLiteral("OnStop Second"),
-                                    QStringLiteral("report STOPPING=1\nSTATUS=Second: stopped, exit code 0\n")}));
+    QCOMPARE(happened,
+             QStringList({QStringLiteral("report READY=1\nSTATUS=Second: running\n"),
+                          QStringLiteral("OnStop Second"),
+                          QStringLiteral("report STOPPING=1\nSTATUS=Second: stopped, exit code 0\n")}));
     QCOMPARE(first.starts.load(), 0);
     QCOMPARE(first.stops.load(), 0);
     QCOMPARE(second.starts.load(), 1);
@@ -202,8 +204,9 @@ void TestService::controlsCallTheirHandlersOnly()
     service.Pause();
     service.Continue();
     service.Stop();
-    QCOMPARE(events.All(), QStringList({QStringLiteral("OnPause Controls"), QStringLiteral("OnContinue Controls"),
-                                        QStringLiteral("OnStop Controls")}));
+    QCOMPARE(events.All(),
+             QStringList({QStringLiteral("OnPause Controls"), QStringLiteral("OnContinue Controls"),
+                          QStringLiteral("OnStop Controls")}));
     // The handlers alone report nothing and change no state.
     QCOMPARE(m_pListener->Receive(100), QByteArray());
     QVERIFY(!service.Running());

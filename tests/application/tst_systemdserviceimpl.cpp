@@ -21,10 +21,11 @@ class CapturedMessages
 public:
     CapturedMessages()
     {
-        ErrorHandler::Instance().SetMessagePresenter([this](ErrorHandler::MessageKind kind, const QString& text) {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_messages.append(QStringLiteral("%1 %2").arg(int(kind)).arg(text));
-        });
+        ErrorHandler::Instance().SetMessagePresenter(
+            [this](ErrorHandler::MessageKind kind, const QString& text) {
+                std::lock_guard<std::mutex> lock(m_mutex);
+                m_messages.append(QStringLiteral("%1 %2").arg(int(kind)).arg(text));
+            });
     }
     ~CapturedMessages() { ErrorHandler::Instance().SetMessagePresenter({}); }
     QStringList All() const
@@ -124,8 +125,9 @@ void TestSystemdServiceImpl::statusMessage_data()
                              << QByteArray("READY=1\nSTATUS=Heartbeat: running\n");
     QTest::newRow("paused") << QStringLiteral("Heartbeat") << quint32(ServiceImpl::SERVICE_PAUSED) << 0u
                             << QByteArray("STATUS=Heartbeat: paused\n");
-    QTest::newRow("start_pending") << QStringLiteral("Heartbeat") << quint32(ServiceImpl::SERVICE_START_PENDING)
-                                   << 0u << QByteArray("STATUS=Heartbeat: starting\n");
+    QTest::newRow("start_pending") << QStringLiteral("Heartbeat")
+                                   << quint32(ServiceImpl::SERVICE_START_PENDING) << 0u
+                                   << QByteArray("STATUS=Heartbeat: starting\n");
     QTest::newRow("stopped") << QStringLiteral("Heartbeat") << quint32(ServiceImpl::SERVICE_STOPPED) << 0u
                              << QByteArray("STOPPING=1\nSTATUS=Heartbeat: stopped, exit code 0\n");
     QTest::newRow("stopped_with_all_bits_set")
@@ -133,10 +135,13 @@ void TestSystemdServiceImpl::statusMessage_data()
         << QByteArray("STOPPING=1\nSTATUS=Heartbeat: stopped, exit code -1\n");
     QTest::newRow("unknown_state") << QStringLiteral("Heartbeat") << 3u << 0u
                                    << QByteArray("STATUS=Heartbeat: state 3\n");
-    QTest::newRow("line_feed_in_name") << QStringLiteral("Heart\nbeat") << quint32(ServiceImpl::SERVICE_PAUSED)
-                                       << 0u << QByteArray("STATUS=Heart beat: paused\n");
+    QTest::newRow("line_feed_in_name")
+        << QStringLiteral("Heart\nbeat") << quint32(ServiceImpl::SERVICE_PAUSED) << 0u
+        << QByteArray("STATUS=Heart beat: paused\n");
     QTest::newRow("name_in_utf8") << QStringLiteral("Gr\u00fc\u00dfe") << quint32(ServiceImpl::SERVICE_PAUSED)
-                                  << 0u << QByteArray("STATUS=Gr\xc3\xbc\xc3\x9f" "e: paused\n");
+                                  << 0u
+                                  << QByteArray("STATUS=Gr\xc3\xbc\xc3\x9f"
+                                                "e: paused\n");
 }
 
 void TestSystemdServiceImpl::statusMessage()
@@ -194,15 +199,16 @@ void TestSystemdServiceImpl::controlTable_data()
 
     QTest::newRow("stop") << 1u << 1u << QStringLiteral("OnStop Table")
                           << QByteArray("STOPPING=1\nSTATUS=Table: stopped, exit code 0\n");
-    QTest::newRow("pause") << 2u << 7u << QStringLiteral("OnPause Table") << QByteArray("STATUS=Table: paused\n");
+    QTest::newRow("pause") << 2u << 7u << QStringLiteral("OnPause Table")
+                           << QByteArray("STATUS=Table: paused\n");
     QTest::newRow("continue") << 3u << 4u << QStringLiteral("OnContinue Table")
                               << QByteArray("READY=1\nSTATUS=Table: running\n");
-    QTest::newRow("interrogate_only_reports") << 4u << 4u << QString()
-                                              << QByteArray("READY=1\nSTATUS=Table: running\n");
-    QTest::newRow("shutdown_only_reports") << 5u << 4u << QString()
-                                           << QByteArray("READY=1\nSTATUS=Table: running\n");
-    QTest::newRow("unknown_only_reports") << 200u << 4u << QString()
-                                          << QByteArray("READY=1\nSTATUS=Table: running\n");
+    QTest::newRow("interrogate_only_reports")
+        << 4u << 4u << QString() << QByteArray("READY=1\nSTATUS=Table: running\n");
+    QTest::newRow("shutdown_only_reports")
+        << 5u << 4u << QString() << QByteArray("READY=1\nSTATUS=Table: running\n");
+    QTest::newRow("unknown_only_reports")
+        << 200u << 4u << QString() << QByteArray("READY=1\nSTATUS=Table: running\n");
 }
 
 void TestSystemdServiceImpl::controlTable()
@@ -239,7 +245,8 @@ void TestSystemdServiceImpl::continueAfterPauseReportsRunning()
     QCOMPARE(m_pListener->Receive(1000), QByteArray("READY=1\nSTATUS=Table: running\n"));
     QCOMPARE(m_pListener->Receive(1000), QByteArray("STATUS=Table: paused\n"));
     QCOMPARE(m_pListener->Receive(1000), QByteArray("READY=1\nSTATUS=Table: running\n"));
-    QCOMPARE(events.All(), QStringList({QStringLiteral("OnPause Table"), QStringLiteral("OnContinue Table")}));
+    QCOMPARE(events.All(),
+             QStringList({QStringLiteral("OnPause Table"), QStringLiteral("OnContinue Table")}));
 }
 
 void TestSystemdServiceImpl::badNotifySocket_data()
@@ -256,22 +263,27 @@ void TestSystemdServiceImpl::badNotifySocket_data()
         << QStringLiteral("The notify socket \"<dir>/plain-file\" cannot be reached: Connection refused");
     const QByteArray abstract = "@zent-test-nobody-binds-" + QByteArray::number(::getpid());
     QTest::newRow("abstract_name_nobody_binds")
-        << abstract << QStringLiteral("The notify socket \"%1\" cannot be reached: Connection refused")
-                           .arg(QString::fromLatin1(abstract));
+        << abstract
+        << QStringLiteral("The notify socket \"%1\" cannot be reached: Connection refused")
+               .arg(QString::fromLatin1(abstract));
     const QByteArray tooLong = "/" + QByteArray(200, 'n');
-    QTest::newRow("path_too_long")
-        << tooLong << QStringLiteral("The notify socket \"%1\" is too long for a socket address")
-                          .arg(QString::fromLatin1(tooLong));
+    QTest::newRow("path_too_long") << tooLong
+                                   << QStringLiteral(
+                                          "The notify socket \"%1\" is too long for a socket address")
+                                          .arg(QString::fromLatin1(tooLong));
     const QByteArray abstractTooLong = "@" + QByteArray(108, 'n');
     QTest::newRow("abstract_name_too_long")
-        << abstractTooLong << QStringLiteral("The notify socket \"%1\" is too long for a socket address")
-                                  .arg(QString::fromLatin1(abstractTooLong));
+        << abstractTooLong
+        << QStringLiteral("The notify socket \"%1\" is too long for a socket address")
+               .arg(QString::fromLatin1(abstractTooLong));
     QTest::newRow("relative_path")
         << QByteArray("run/notify")
-        << QStringLiteral("The notify socket \"run/notify\" is neither an absolute path nor an abstract name");
+        << QStringLiteral(
+               "The notify socket \"run/notify\" is neither an absolute path nor an abstract name");
     QTest::newRow("vsock_address")
         << QByteArray("vsock:2:1234")
-        << QStringLiteral("The notify socket \"vsock:2:1234\" is neither an absolute path nor an abstract name");
+        << QStringLiteral(
+               "The notify socket \"vsock:2:1234\" is neither an absolute path nor an abstract name");
 }
 
 void TestSystemdServiceImpl::badNotifySocket()
@@ -321,9 +333,10 @@ void TestSystemdServiceImpl::abstractNotifySocketIsReached()
     ExecUntilStopped(service, events, m_pListener.get(), QStringLiteral("OnStart Abstract"), 1, argv);
     QStringList happened = events.All();
     QCOMPARE(happened.removeAll(QStringLiteral("OnStart Abstract")), 1);
-    QCOMPARE(happened, QStringList({QStringLiteral("report READY=1\nSTATUS=Abstract: running\n"),
-                                    QStringLiteral("OnStop Abstract"),
-                                    QStringLiteral("report STOPPING=1\nSTATUS=Abstract: stopped, exit code 0\n")}));
+    QCOMPARE(happened,
+             QStringList({QStringLiteral("report READY=1\nSTATUS=Abstract: running\n"),
+                          QStringLiteral("OnStop Abstract"),
+                          QStringLiteral("report STOPPING=1\nSTATUS=Abstract: stopped, exit code 0\n")}));
 }
 
 void TestSystemdServiceImpl::longestNotifySocketPathIsReached()
@@ -343,9 +356,10 @@ void TestSystemdServiceImpl::longestNotifySocketPathIsReached()
     CapturedMessages messages;
     m_pEnvironment->Set("NOTIFY_SOCKET", longest + 's');
     QVERIFY(!impl.Init());
-    QCOMPARE(messages.All(), QStringList({ErrorMessage(QStringLiteral(
-                                 "The notify socket \"%1\" is too long for a socket address")
-                                                                   .arg(QString::fromLocal8Bit(longest + 's')))}));
+    QCOMPARE(
+        messages.All(),
+        QStringList({ErrorMessage(QStringLiteral("The notify socket \"%1\" is too long for a socket address")
+                                      .arg(QString::fromLocal8Bit(longest + 's')))}));
 }
 
 void TestSystemdServiceImpl::invocationIdWithoutNotifySocketRunsSilently()
@@ -419,7 +433,8 @@ void TestSystemdServiceImpl::watchdogNotAskedSendsNoPings()
             datagrams.append(datagram);
     });
     QCOMPARE(datagrams, QList<QByteArray>());
-    QCOMPARE(events.All().last(), QStringLiteral("report STOPPING=1\nSTATUS=Unwatched: stopped, exit code 0\n"));
+    QCOMPARE(events.All().last(),
+             QStringLiteral("report STOPPING=1\nSTATUS=Unwatched: stopped, exit code 0\n"));
 }
 
 void TestSystemdServiceImpl::stopAfterSigtermWithinOneSecond()

@@ -129,7 +129,8 @@ void TestZentHeartbeat::runsUntilSigterm()
     QElapsedTimer stopping;
     stopping.start();
     QCOMPARE(::kill(static_cast<pid_t>(service.processId()), SIGTERM), 0);
-    QCOMPARE(listener.ReceiveReport(1000), QByteArray("STOPPING=1\nSTATUS=ZentHeartbeat: stopped, exit code 0\n"));
+    QCOMPARE(listener.ReceiveReport(1000),
+             QByteArray("STOPPING=1\nSTATUS=ZentHeartbeat: stopped, exit code 0\n"));
     QVERIFY(service.waitForFinished(1000));
     QVERIFY2(stopping.elapsed() < 1000, qPrintable(QString::number(stopping.elapsed())));
     QCOMPARE(service.exitStatus(), QProcess::NormalExit);
@@ -176,8 +177,9 @@ void TestZentHeartbeat::badNotifySocketEndsAtOnce_data()
     QTest::newRow("abstract_name_nobody_binds")
         << abstract << "The notify socket \"" + abstract + "\" cannot be reached: Connection refused";
     const QByteArray tooLong = "/" + QByteArray(150, 'n');
-    QTest::newRow("path_too_long")
-        << tooLong << "The notify socket \"" + tooLong + "\" is too long for a socket address";
+    QTest::newRow("path_too_long") << tooLong
+                                   << "The notify socket \"" + tooLong +
+                                          "\" is too long for a socket address";
 }
 
 void TestZentHeartbeat::badNotifySocketEndsAtOnce()
