@@ -24,8 +24,12 @@ class ICfg;
 class ZENTAPPSTARTUP_EXPORT CfgCopy
 {
 public:
+    /// Runs the command on `argv` (`argv[0]` being the program), see the
+    /// class comment; throws KVException when a backend fails.
     CfgCopy(int argc, char** argv);
+    /// A command holds no state: copying copies nothing and runs nothing.
     CfgCopy(const CfgCopy& other);
+    /// A command holds no state: assigning changes nothing.
     CfgCopy& operator=(const CfgCopy& other);
     ~CfgCopy();
 

@@ -14,6 +14,8 @@
 class ZENTAPPSTARTUP_EXPORT CfgDelete
 {
 public:
+    /// Runs the command on `argv` (`argv[0]` being the program), see the
+    /// class comment; throws KVException when a backend fails.
     CfgDelete(int argc, char** argv);
     ~CfgDelete();
 };

@@ -34,6 +34,7 @@ public:
 
     /// A new configuration object from the service; the caller owns it.
     ICfg* CreateCfg(const QString& key, ICfg::View view, const QString& other);
+    /// The connected service interface of the client library (not owned).
     ICfgCenterServerIfIf* GetServerIf() const { return m_pServerIf; }
 
 private:

@@ -22,7 +22,9 @@ public:
 
 protected:
     SaveComponentIf() = default;
+    /// An interface has no state: copying copies nothing.
     SaveComponentIf(const SaveComponentIf&) = default;
+    /// An interface has no state: assigning changes nothing.
     SaveComponentIf& operator=(const SaveComponentIf&) = default;
     ~SaveComponentIf() = default;
 };
