@@ -15,6 +15,8 @@ public:
     explicit CLogTracer(const QString& fileName = QString());
     ~CLogTracer() override;
 
+    /// The log file's name: the one given, else the default for the current
+    /// module ("zent" while none is set).
     QString GetFileName() const;
     void Write(const QString& sourceFile, int line, const QString& text) override;
 

@@ -16,7 +16,9 @@ public:
     CLogWriter(const CLogWriter&) = delete;
     CLogWriter& operator=(const CLogWriter&) = delete;
 
+    /// Sets the module that marks every line from now on; thread-safe.
     void SetModuleName(const QString& name);
+    /// The module that marks the lines; empty until set.
     QString GetModuleName() const;
 
     /// Writes one line; `sourceFile` is a name like "configuration/cfgxml".
