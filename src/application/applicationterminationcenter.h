@@ -14,6 +14,7 @@ class IAbstractTerminationTarget;
 class ZENTAPPSTARTUP_EXPORT ApplicationTerminationCenter
 {
 public:
+    /// The one centre, made on first use.
     static ApplicationTerminationCenter& instance();
 
     /// Appends the target; no check for duplicates or null.

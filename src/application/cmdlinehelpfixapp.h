@@ -13,8 +13,11 @@ class ZENTAPPSTARTUP_EXPORT CmdLineHelpFixApp : public CmdLineHelp
 {
 public:
     CmdLineHelpFixApp();
+    /// Copies the program name.
     CmdLineHelpFixApp(const CmdLineHelpFixApp& other);
+    /// Copies the program name; `other` keeps its own.
     CmdLineHelpFixApp(CmdLineHelpFixApp&& other) noexcept;
+    /// Copies the program name.
     CmdLineHelpFixApp& operator=(const CmdLineHelpFixApp& other);
     ~CmdLineHelpFixApp() override;
 

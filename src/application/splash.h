@@ -22,6 +22,7 @@ public:
     Splash(const QPixmap& pixmap, const char* title, const char* subtitle, bool progress);
     ~Splash() override;
 
+    /// True when the dialog has the progress row.
     bool isProgressSplash() const { return m_bProgress; }
     /// The last value given to setProgressValue(); 0 initially.
     int progressValue() const { return m_nProgressValue; }

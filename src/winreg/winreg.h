@@ -42,9 +42,13 @@ struct HKEY__;
 typedef HKEY__* HKEY;
 typedef HKEY* PHKEY;
 
+/// A point in time as Windows counts it: 100-nanosecond intervals since
+/// 1 January 1601 (UTC), in two 32-bit halves.
 typedef struct _FILETIME
 {
+    /// The lower 32 bits of the count.
     DWORD dwLowDateTime;
+    /// The upper 32 bits of the count.
     DWORD dwHighDateTime;
 } FILETIME, *PFILETIME;
 
