@@ -1,3 +1,5 @@
+/// \file
+/// The process-wide list of objects told that the application ends.
 #ifndef APPLICATION_APPLICATIONTERMINATIONCENTER_H
 #define APPLICATION_APPLICATIONTERMINATIONCENTER_H
 

@@ -1,3 +1,5 @@
+/// \file
+/// CmdLineHelp: the check of an application's command line and its help.
 #ifndef APPLICATION_CMDLINEHELP_H
 #define APPLICATION_CMDLINEHELP_H
 

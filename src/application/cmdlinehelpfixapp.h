@@ -1,3 +1,5 @@
+/// \file
+/// CmdLineHelpFixApp: the command-line check of applications with a fixed AppKey.
 #ifndef APPLICATION_CMDLINEHELPFIXAPP_H
 #define APPLICATION_CMDLINEHELPFIXAPP_H
 

@@ -1,3 +1,5 @@
+/// \file
+/// IAbstractTerminationTarget: the base of objects told that the application ends.
 #ifndef APPLICATION_IABSTRACTTERMINATIONTARGET_H
 #define APPLICATION_IABSTRACTTERMINATIONTARGET_H
 

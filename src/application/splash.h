@@ -1,3 +1,5 @@
+/// \file
+/// Splash: a small progress dialog with title and subtitle.
 #ifndef APPLICATION_SPLASH_H
 #define APPLICATION_SPLASH_H
 

@@ -1,3 +1,5 @@
+/// \file
+/// TranslationCenter: the process-wide owner of the Qt translators.
 #ifndef APPLICATION_TRANSLATIONCENTER_H
 #define APPLICATION_TRANSLATIONCENTER_H
 

@@ -1,3 +1,5 @@
+/// \file
+/// ZentApplication: the object every application of the family starts on.
 #ifndef APPLICATION_ZENTAPPLICATION_H
 #define APPLICATION_ZENTAPPLICATION_H
 

@@ -1,3 +1,5 @@
+/// \file
+/// ZentQApplication: the family's Qt application object.
 #ifndef APPLICATION_ZENTQAPPLICATION_H
 #define APPLICATION_ZENTQAPPLICATION_H
 

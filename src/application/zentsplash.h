@@ -1,3 +1,5 @@
+/// \file
+/// ZentSplash: the start-up picture shown while an application loads.
 #ifndef APPLICATION_ZENTSPLASH_H
 #define APPLICATION_ZENTSPLASH_H
 

@@ -1,3 +1,5 @@
+/// \file
+/// Cfg: the common base of the configuration backends.
 #ifndef CONFIGURATION_CFG_H
 #define CONFIGURATION_CFG_H
 

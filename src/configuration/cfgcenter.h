@@ -1,3 +1,5 @@
+/// \file
+/// CfgCenter: the process's configuration centre.
 #ifndef CONFIGURATION_CFGCENTER_H
 #define CONFIGURATION_CFGCENTER_H
 

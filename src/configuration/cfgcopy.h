@@ -1,3 +1,5 @@
+/// \file
+/// CfgCopy: the configuration copy command.
 #ifndef CONFIGURATION_CFGCOPY_H
 #define CONFIGURATION_CFGCOPY_H
 

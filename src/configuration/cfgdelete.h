@@ -1,3 +1,5 @@
+/// \file
+/// CfgDelete: the configuration delete command.
 #ifndef CONFIGURATION_CFGDELETE_H
 #define CONFIGURATION_CFGDELETE_H
 

@@ -1,3 +1,5 @@
+/// \file
+/// The commit request event and its receiver in the main thread.
 #ifndef CONFIGURATION_CFGEVENT_H
 #define CONFIGURATION_CFGEVENT_H
 

@@ -1,3 +1,5 @@
+/// \file
+/// CfgIfDllDescriptor: the client library of the configuration service.
 #ifndef CONFIGURATION_CFGIFDLLDESCRIPTOR_H
 #define CONFIGURATION_CFGIFDLLDESCRIPTOR_H
 

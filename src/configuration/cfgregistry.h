@@ -1,3 +1,5 @@
+/// \file
+/// CfgRegistry: the registry configuration backend.
 #ifndef CONFIGURATION_CFGREGISTRY_H
 #define CONFIGURATION_CFGREGISTRY_H
 

@@ -1,3 +1,5 @@
+/// \file
+/// CfgXml: the XML configuration backend.
 #ifndef CONFIGURATION_CFGXML_H
 #define CONFIGURATION_CFGXML_H
 

@@ -1,3 +1,5 @@
+/// \file
+/// Loaded plug-in libraries and the instances created from them.
 #ifndef CONFIGURATION_DLLDESCRIPTOR_H
 #define CONFIGURATION_DLLDESCRIPTOR_H
 

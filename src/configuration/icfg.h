@@ -1,3 +1,5 @@
+/// \file
+/// ICfg: the interface of every configuration node.
 #ifndef CONFIGURATION_ICFG_H
 #define CONFIGURATION_ICFG_H
 

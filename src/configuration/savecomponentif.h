@@ -1,3 +1,5 @@
+/// \file
+/// SaveComponentIf: components saved with the configuration document.
 #ifndef CONFIGURATION_SAVECOMPONENTIF_H
 #define CONFIGURATION_SAVECOMPONENTIF_H
 

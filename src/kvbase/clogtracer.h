@@ -1,3 +1,5 @@
+/// \file
+/// CLogTracer: the file log of an application.
 #ifndef KVBASE_CLOGTRACER_H
 #define KVBASE_CLOGTRACER_H
 

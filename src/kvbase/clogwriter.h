@@ -1,3 +1,5 @@
+/// \file
+/// CLogWriter: the base of every trace destination.
 #ifndef KVBASE_CLOGWRITER_H
 #define KVBASE_CLOGWRITER_H
 

@@ -1,3 +1,5 @@
+/// \file
+/// ErrorHandler, the logging categories and the trace and assertion macros.
 #ifndef KVBASE_ERRORHANDLER_H
 #define KVBASE_ERRORHANDLER_H
 
@@ -13,9 +15,10 @@
 
 class CLogWriter;
 
-/// The logging categories "zent.trace" and "zent.message" (what
+/// The logging category "zent.trace" of written traces (what
 /// Q_DECLARE_LOGGING_CATEGORY declares, exported from the library).
 KVBASE_EXPORT const QLoggingCategory& lcZentTrace();
+/// The logging category "zent.message" of messages to the user.
 KVBASE_EXPORT const QLoggingCategory& lcZentMessage();
 
 /// Error reporting and tracing of the product family.

@@ -1,3 +1,5 @@
+/// \file
+/// GeometryArrayParser: the reader of stored window geometries.
 #ifndef KVBASE_GEOMETRYARRAYPARSER_H
 #define KVBASE_GEOMETRYARRAYPARSER_H
 

@@ -1,3 +1,5 @@
+/// \file
+/// KVException: the one exception type of the product family.
 #ifndef KVBASE_KVEXCEPTION_H
 #define KVBASE_KVEXCEPTION_H
 

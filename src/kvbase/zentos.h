@@ -1,3 +1,5 @@
+/// \file
+/// ZentOS: the operating-system abstraction.
 #ifndef KVBASE_ZENTOS_H
 #define KVBASE_ZENTOS_H
 
