@@ -24,10 +24,10 @@ public:
     {
         /// The object's selected view; never a view of its own.
         VIEW_Current = 0,
-        /// "User": the only view whose new values are not protected; it can
-        /// be partitioned per login user and named configuration.
+        /// "User": the view that can be partitioned per login user and
+        /// named configuration.
         VIEW_User = 1,
-        /// "Machine": masked by values of the user and domain views.
+        /// "Machine": its values are masked by those of the user and domain views.
         VIEW_Machine = 2,
         /// "Domain".
         VIEW_Domain = 3,
@@ -95,8 +95,7 @@ public:
     /// Moves the sub-configuration `from` with its contents to `to` (both
     /// relative to this node); false when nothing was moved.
     virtual bool MoveSubCfg(QString from, QString to, View view = VIEW_Current) = 0;
-    /// True when the value `name` is marked protected, i.e. fixed by an
-    /// administrator rather than chosen by the user.
+    /// True when the value `name` is marked protected.
     virtual bool IsProtected(QString name, View view = VIEW_Current) = 0;
     /// The declared type of the value `name`; TYPE_Undefined when it is
     /// absent or empty.
