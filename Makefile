@@ -10,11 +10,13 @@ JOBS           ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_FLAGS    ?=
 
 PACKAGES = cmake make g++ pkg-config qtbase5-dev qttools5-dev qttools5-dev-tools libqt5svg5-dev \
-           libboost-dev libsqlite3-dev qttranslations5-l10n xvfb xauth x11-utils
+           libboost-dev libsqlite3-dev qttranslations5-l10n xvfb xauth x11-utils \
+           scdoc dpkg-dev lintian man-db
 # systemd-analyze checks the example service's unit file.
 PACKAGES += systemd
 BENCH_PACKAGES = libkf5config-dev
 FUZZ_PACKAGES  = clang libclang-rt-14-dev
+DOCS_PACKAGES  = doxygen
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
@@ -27,7 +29,7 @@ define install_missing
 	fi
 endef
 
-.PHONY: all deps build test demo test-asan test-tsan bench fuzz install clean
+.PHONY: all deps build test demo test-asan test-tsan bench fuzz install package docs clean
 
 all: build
 
@@ -75,6 +77,17 @@ fuzz: deps
 
 install: build
 	cmake --install $(BUILD_DIR) --prefix $${PREFIX:-/usr/local}
+
+# Debian packages in $(BUILD_DIR)/packages, checked by lintian.
+package: build
+	cd $(BUILD_DIR) && cpack -G DEB -B packages
+	lintian --tag-display-limit 0 $(BUILD_DIR)/packages/*.deb
+
+# The API reference in $(BUILD_DIR)/docs/html; any Doxygen warning fails it.
+docs: deps
+	$(call install_missing,$(DOCS_PACKAGES))
+	@[ -f $(BUILD_DIR)/CMakeCache.txt ] || cmake -S . -B $(BUILD_DIR) $(CMAKE_FLAGS)
+	cmake --build $(BUILD_DIR) --target docs
 
 clean:
 	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) $(TSAN_BUILD_DIR) $(BENCH_BUILD_DIR) $(FUZZ_BUILD_DIR)

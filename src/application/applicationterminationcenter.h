@@ -1,3 +1,5 @@
+/// \file
+/// The process-wide list of objects told that the application ends.
 #ifndef APPLICATION_APPLICATIONTERMINATIONCENTER_H
 #define APPLICATION_APPLICATIONTERMINATIONCENTER_H
 
@@ -14,6 +16,7 @@ class IAbstractTerminationTarget;
 class ZENTAPPSTARTUP_EXPORT ApplicationTerminationCenter
 {
 public:
+    /// The one centre, made on first use.
     static ApplicationTerminationCenter& instance();
 
     /// Appends the target; no check for duplicates or null.

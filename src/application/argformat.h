@@ -1,3 +1,5 @@
+/// \file
+/// ArgFormat: argument vectors of the family's command lines.
 #ifndef APPLICATION_ARGFORMAT_H
 #define APPLICATION_ARGFORMAT_H
 

@@ -1,3 +1,5 @@
+/// \file
+/// CmdLineHelp: the check of an application's command line and its help.
 #ifndef APPLICATION_CMDLINEHELP_H
 #define APPLICATION_CMDLINEHELP_H
 
@@ -17,7 +19,9 @@ class ZENTAPPSTARTUP_EXPORT CmdLineHelp
 {
 public:
     CmdLineHelp();
+    /// Copies the program name.
     CmdLineHelp(const CmdLineHelp& other);
+    /// Copies the program name.
     CmdLineHelp& operator=(const CmdLineHelp& other);
     virtual ~CmdLineHelp();
 
@@ -44,7 +48,13 @@ protected:
     /// The help text shown below an error, or alone when asked for.
     virtual QString CreateHelpText();
 
+    /// Checks an AppKey: its CfgKey ("*" or a letter followed by at least one
+    /// further non-blank character) and its two plug-in lists; the rest is
+    /// not looked at. Empty when good, else an error fragment.
     QString CheckAppKey(const QString& appKey);
+    /// Checks a CfgDoc: the types "Xml" (with its file name), "Server" (with
+    /// its server name) and "-" are accepted, any other type is an error.
+    /// Empty when good, else an error fragment.
     QString CheckCfgDoc(const QString& cfgDoc);
 
     /// Argument 0 as given to Display(); empty before.

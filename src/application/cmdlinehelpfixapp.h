@@ -1,3 +1,5 @@
+/// \file
+/// CmdLineHelpFixApp: the command-line check of applications with a fixed AppKey.
 #ifndef APPLICATION_CMDLINEHELPFIXAPP_H
 #define APPLICATION_CMDLINEHELPFIXAPP_H
 
@@ -13,8 +15,11 @@ class ZENTAPPSTARTUP_EXPORT CmdLineHelpFixApp : public CmdLineHelp
 {
 public:
     CmdLineHelpFixApp();
+    /// Copies the program name.
     CmdLineHelpFixApp(const CmdLineHelpFixApp& other);
+    /// Copies the program name; `other` keeps its own.
     CmdLineHelpFixApp(CmdLineHelpFixApp&& other) noexcept;
+    /// Copies the program name.
     CmdLineHelpFixApp& operator=(const CmdLineHelpFixApp& other);
     ~CmdLineHelpFixApp() override;
 

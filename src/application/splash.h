@@ -1,3 +1,5 @@
+/// \file
+/// Splash: a small progress dialog with title and subtitle.
 #ifndef APPLICATION_SPLASH_H
 #define APPLICATION_SPLASH_H
 
@@ -22,6 +24,7 @@ public:
     Splash(const QPixmap& pixmap, const char* title, const char* subtitle, bool progress);
     ~Splash() override;
 
+    /// True when the dialog has the progress row.
     bool isProgressSplash() const { return m_bProgress; }
     /// The last value given to setProgressValue(); 0 initially.
     int progressValue() const { return m_nProgressValue; }

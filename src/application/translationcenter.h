@@ -1,3 +1,5 @@
+/// \file
+/// TranslationCenter: the process-wide owner of the Qt translators.
 #ifndef APPLICATION_TRANSLATIONCENTER_H
 #define APPLICATION_TRANSLATIONCENTER_H
 
@@ -15,9 +17,12 @@ class QTranslator;
 /// file was found or loaded, or while unloaded) and how often it was registered.
 struct TrEntry
 {
+    /// An entry for `translator` (may be null) registered `refCount` times.
     TrEntry(QTranslator* translator, int refCount) : m_pTranslator(translator), m_nRefCount(refCount) {}
 
+    /// The installed translator, owned by the centre; null when none is loaded.
     QTranslator* m_pTranslator;
+    /// How often the name was registered.
     int m_nRefCount;
 };
 

@@ -1,3 +1,5 @@
+/// \file
+/// ZentApplication: the object every application of the family starts on.
 #ifndef APPLICATION_ZENTAPPLICATION_H
 #define APPLICATION_ZENTAPPLICATION_H
 
@@ -28,7 +30,9 @@ class ZENTAPPSTARTUP_EXPORT ZentApplication
 public:
     /// Sets every pointer and number to zero and makes this the instance of Get().
     ZentApplication();
+    /// Shares `other`'s parts (see the class comment); Get() stays as it was.
     ZentApplication(const ZentApplication& other);
+    /// Shares `other`'s parts (see the class comment); Get() stays as it was.
     ZentApplication& operator=(const ZentApplication& other);
     /// Not virtual, deliberately: applications create the object on the stack of `main`.
     ~ZentApplication();
@@ -44,6 +48,7 @@ public:
     void Init(const char* appKey, const char* cfgDoc, bool flag);
     /// Keeps a wide-character argument vector for the application; not owned.
     void InitUnicode(unsigned short** argv);
+    /// The vector given to InitUnicode; null before.
     unsigned short** UnicodeArgv() const { return m_ppUnicodeArgv; }
 
     /// The session manager's save request: commits the configuration and
@@ -58,10 +63,15 @@ public:
     /// Runs the Qt event loop and returns its result.
     int Exec();
 
+    /// The process's application object: the one constructed last; null
+    /// before the first and after its destruction.
     static ZentApplication* Get();
 
+    /// The argument count of the Qt application object; 0 before Init made it.
     int Argc() const;
+    /// The argument vector of the Qt application object; null before Init made it.
     char** Argv() const;
+    /// The command line as Qt keeps it (QCoreApplication::arguments).
     QStringList Arguments() const;
     /// The number of the bring-to-front message named by the CfgKey.
     unsigned int GetActivatedMsg() const { return m_nActivatedMsg; }
@@ -69,10 +79,13 @@ public:
     // The splash screen; each does nothing when no splash is shown.
     /// Deletes the splash.
     void HideSplash();
+    /// Brings the splash above the other windows.
     void RaiseSplash();
     /// Shows the splash's busy bar.
     void SplashBusy();
+    /// Shows `text` on the splash; see ZentSplash::Write2Splash.
     void Write2Splash(const QString& text);
+    /// Adds a quit button to the splash; see ZentSplash::SplashShowQuitButton.
     void SplashShowQuitButton(QString text);
     /// When the splash was shown, in seconds since 1970.
     qint64 SplashShowTime() const { return m_tSplashShown; }

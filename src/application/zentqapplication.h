@@ -1,3 +1,5 @@
+/// \file
+/// ZentQApplication: the family's Qt application object.
 #ifndef APPLICATION_ZENTQAPPLICATION_H
 #define APPLICATION_ZENTQAPPLICATION_H
 
@@ -58,7 +60,9 @@ public:
     ZentQApplication(ZentApplication* app, int& argc, char** argv);
     ~ZentQApplication() override;
 
+    /// The argument count given to the constructor.
     int argc() const { return m_argc; }
+    /// The argument vector given to the constructor (not copied).
     char** argv() const { return m_argv; }
 
     /// Windows message records of the GUI thread; true when the message is consumed.
@@ -82,6 +86,8 @@ signals:
     void signalRereadTimeZoneOffset();
 
 protected:
+    /// Feeds key presses and releases that reach a window into HandleMessage
+    /// (auto-repeats excepted); never consumes an event.
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private slots:

@@ -1,3 +1,5 @@
+/// \file
+/// ZentSplash: the start-up picture shown while an application loads.
 #ifndef APPLICATION_ZENTSPLASH_H
 #define APPLICATION_ZENTSPLASH_H
 
@@ -23,6 +25,7 @@ class ZENTAPPSTARTUP_EXPORT ZentSplash : public QWidget
 public:
     /// Builds the splash and shows `pixmap` in it.
     ZentSplash(const QPixmap& pixmap, QWidget* parent = nullptr);
+    /// Builds the splash without a picture; setPixmap gives it one.
     explicit ZentSplash(QWidget* parent = nullptr);
     ~ZentSplash() override;
 
@@ -41,7 +44,9 @@ public:
     void hideProgress();
 
 public slots:
+    /// A quit button was clicked: traces it and quits the application.
     void OnCancelClicked();
+    /// Raises the splash again; a timer calls it while the splash exists.
     void onTimer();
 
 private:

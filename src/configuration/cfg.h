@@ -1,3 +1,5 @@
+/// \file
+/// Cfg: the common base of the configuration backends.
 #ifndef CONFIGURATION_CFG_H
 #define CONFIGURATION_CFG_H
 
@@ -18,16 +20,23 @@
 class ZENTAPPSTARTUP_EXPORT Cfg : public ICfg
 {
 public:
+    /// The document version "2.0"; versions compare as strings.
     static const QString VERSION_2_0;
+    /// The document version "2.1"; versions compare as strings.
     static const QString VERSION_2_1;
+    /// The document version "2.2"; versions compare as strings.
     static const QString VERSION_2_2;
+    /// The document version "2.3"; versions compare as strings.
     static const QString VERSION_2_3;
+    /// The document version "2.4"; versions compare as strings.
     static const QString VERSION_2_4;
 
     /// `view` is a real view (1 to 5). The third argument lets backends pass a
     /// descriptive extra through their own constructors; Cfg does not keep it.
     Cfg(const QString& key, View view, const QString& other = QString());
+    /// Copies key and selected view.
     Cfg(const Cfg& other);
+    /// Copies key and selected view.
     Cfg& operator=(const Cfg& other);
     ~Cfg() override;
 
@@ -63,26 +72,42 @@ protected:
     /// the centre's document configuration; does nothing when there is none.
     void SaveDocument() override;
 
+    /// Backend primitive of GetString: the stored text of `name` in `view`, or
+    /// `defaultValue` when absent. Runs under the caller's lock.
     virtual QString GetStringImpl(QString name, QString defaultValue, View view) = 0;
+    /// Backend primitive of GetInteger: the stored integer of `name` in
+    /// `view`, or `defaultValue` when absent or not a number.
     virtual long GetIntegerImpl(QString name, long defaultValue, View view) = 0;
+    /// Backend primitive of SetString: writes the text `value` as `name` in `view`.
     virtual void SetStringImpl(QString name, QString value, View view) = 0;
+    /// Backend primitive of SetInteger: writes the integer `value` as `name` in `view`.
     virtual void SetIntegerImpl(QString name, long value, View view) = 0;
+    /// Backend primitive of SetBoolean: writes the boolean `value` as `name` in `view`.
     virtual void SetBooleanImpl(QString name, bool value, View view) = 0;
+    /// Backend primitive of CreateSubCfgAt: a new object for the
+    /// sub-configuration at `index` in `view`, or null past the last one.
     virtual ICfg* CreateSubCfgAtImpl(int index, View view) = 0;
+    /// Backend primitive of GetValueKeyAt: the name of the value at `index`
+    /// in `view`, or empty past the last one.
     virtual QString GetValueKeyAtImpl(int index, View view) = 0;
     /// The document's version text.
     virtual QString GetVersion() = 0;
 
     /// The selected view for VIEW_Current, else `view` itself.
     View ResolveView(View view) const { return view == VIEW_Current ? m_view : view; }
+    /// The view VIEW_Current stands for.
     View GetSelectedView() const { return m_view; }
 
     /// Markers that tell an absent value from a stored one. A stored value
-    /// equal to a marker reads as absent; that is accepted.
+    /// equal to a marker reads as absent; that is accepted. This is the text
+    /// marker, "#+uookjhuzr6cv342AXCUZ".
     static const QString NOT_FOUND_STRING;
+    /// The integer marker, 0xAFAFAFAF as a signed 32-bit value.
     static constexpr long NOT_FOUND_INTEGER = -1347440721; // 0xAFAFAFAF as a signed 32-bit value
 
+    /// The selected view; never VIEW_Current.
     View m_view;
+    /// The node's full path from the document root, backslash-separated.
     QString m_sKey;
 
 private:

@@ -1,3 +1,5 @@
+/// \file
+/// CfgCenter: the process's configuration centre.
 #ifndef CONFIGURATION_CFGCENTER_H
 #define CONFIGURATION_CFGCENTER_H
 
@@ -119,8 +121,11 @@ public:
     /// The recursive mutex that guards every configuration operation; null
     /// while no centre exists (configuration operations then run unlocked).
     static QMutex* GetMutex();
+    /// The usage tag set by SetUsage; USAGE_0 until then.
     static CfgCenterUsage GetUsage();
+    /// Sets the usage tag; set it before constructing the centre, which reads it.
     static void SetUsage(CfgCenterUsage usage);
+    /// The start-up mode last stored by SetAsyncStartup; ASYNC_Off until then.
     static AsyncStartup GetAsyncStartup();
     /// True when the application key began with '*' or ':'.
     static bool IsServer();

@@ -1,3 +1,5 @@
+/// \file
+/// CfgCopy: the configuration copy command.
 #ifndef CONFIGURATION_CFGCOPY_H
 #define CONFIGURATION_CFGCOPY_H
 
@@ -24,8 +26,12 @@ class ICfg;
 class ZENTAPPSTARTUP_EXPORT CfgCopy
 {
 public:
+    /// Runs the command on `argv` (`argv[0]` being the program), see the
+    /// class comment; throws KVException when a backend fails.
     CfgCopy(int argc, char** argv);
+    /// A command holds no state: copying copies nothing and runs nothing.
     CfgCopy(const CfgCopy& other);
+    /// A command holds no state: assigning changes nothing.
     CfgCopy& operator=(const CfgCopy& other);
     ~CfgCopy();
 

@@ -1,3 +1,5 @@
+/// \file
+/// CfgDelete: the configuration delete command.
 #ifndef CONFIGURATION_CFGDELETE_H
 #define CONFIGURATION_CFGDELETE_H
 
@@ -14,6 +16,8 @@
 class ZENTAPPSTARTUP_EXPORT CfgDelete
 {
 public:
+    /// Runs the command on `argv` (`argv[0]` being the program), see the
+    /// class comment; throws KVException when a backend fails.
     CfgDelete(int argc, char** argv);
     ~CfgDelete();
 };

@@ -1,3 +1,5 @@
+/// \file
+/// The commit request event and its receiver in the main thread.
 #ifndef CONFIGURATION_CFGEVENT_H
 #define CONFIGURATION_CFGEVENT_H
 
@@ -16,6 +18,7 @@ public:
     /// The event type number of a commit request.
     static const QEvent::Type COMMIT_DATA = static_cast<QEvent::Type>(1800);
 
+    /// An event of `type` carrying `data` along (not owned).
     explicit CustomEvent(QEvent::Type type = COMMIT_DATA, void* data = nullptr);
     ~CustomEvent() override;
 
@@ -31,9 +34,11 @@ class ZENTAPPSTARTUP_EXPORT CfgEvent : public QObject
     Q_OBJECT
 
 public:
+    /// A receiver without parent for `center`, living in the calling thread.
     explicit CfgEvent(CfgCenter* center);
     ~CfgEvent() override;
 
+    /// The centre the receiver was made for (not owned).
     CfgCenter* GetCfgCenter() const { return m_pCfgCenter; }
 
 protected:

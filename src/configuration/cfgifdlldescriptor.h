@@ -1,3 +1,5 @@
+/// \file
+/// CfgIfDllDescriptor: the client library of the configuration service.
 #ifndef CONFIGURATION_CFGIFDLLDESCRIPTOR_H
 #define CONFIGURATION_CFGIFDLLDESCRIPTOR_H
 
@@ -34,6 +36,7 @@ public:
 
     /// A new configuration object from the service; the caller owns it.
     ICfg* CreateCfg(const QString& key, ICfg::View view, const QString& other);
+    /// The connected service interface of the client library (not owned).
     ICfgCenterServerIfIf* GetServerIf() const { return m_pServerIf; }
 
 private:

@@ -1,3 +1,5 @@
+/// \file
+/// CfgRegistry: the registry configuration backend.
 #ifndef CONFIGURATION_CFGREGISTRY_H
 #define CONFIGURATION_CFGREGISTRY_H
 
@@ -54,14 +56,23 @@ public:
 
     /// The registry needs no opening.
     void OpenDocument(bool restoreAllowed) override;
+    /// Not supported by the registry: throws KVException.
     void SetUserViewSubkey(const QString& subkey) override;
+    /// Not supported by the registry: throws KVException.
     void SetAdditionalUserViewSubkey(const std::list<QString>& subkeys) override;
+    /// Not supported by the registry: throws KVException.
     std::list<QString> GetAdditionalUserViewSubkey() override;
+    /// Not supported by the registry: throws KVException.
     void SaveConfigurationName(const QString& name) override;
+    /// Not supported by the registry: throws KVException.
     void RenameConfigurationName(const QString& from, const QString& to) override;
+    /// Not supported by the registry: throws KVException.
     void DeleteConfigurationName(const QString& name) override;
+    /// Not supported by the registry: throws KVException.
     void LoadConfigurationName(const QString& name) override;
+    /// Not implemented for the registry: returns a fixed placeholder text.
     QByteArray GetCfgAsStringFromApp(const QString& appKey) override;
+    /// Not supported by the registry: throws KVException.
     void MergeCfgFromStringAndApp(const QByteArray& bytes, const QString& appKey) override;
 
 protected:
@@ -74,12 +85,17 @@ protected:
 
     /// Strings longer than 499 characters do not fit the read buffer and give `defaultValue`.
     QString GetStringImpl(QString name, QString defaultValue, View view) override;
+    /// Reads a REG_DWORD; a value of any other registry type gives `defaultValue`.
     long GetIntegerImpl(QString name, long defaultValue, View view) override;
+    /// Writes a REG_SZ, creating the key; throws KVException when the registry refuses.
     void SetStringImpl(QString name, QString value, View view) override;
+    /// Writes a REG_DWORD, creating the key; throws KVException when the registry refuses.
     void SetIntegerImpl(QString name, long value, View view) override;
     /// Writes "true" or "false" as a string.
     void SetBooleanImpl(QString name, bool value, View view) override;
+    /// Sub-keys in the registry's enumeration order.
     ICfg* CreateSubCfgAtImpl(int index, View view) override;
+    /// Values in the registry's enumeration order.
     QString GetValueKeyAtImpl(int index, View view) override;
     QString GetVersion() override;
 

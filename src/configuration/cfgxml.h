@@ -1,3 +1,5 @@
+/// \file
+/// CfgXml: the XML configuration backend.
 #ifndef CONFIGURATION_CFGXML_H
 #define CONFIGURATION_CFGXML_H
 
@@ -16,7 +18,7 @@ struct CfgXmlData;
 /// The main file F holds the System, Domain and Machine views. With the
 /// configuration centre's usage 0 or 4 the User view lives in a side file
 /// beside F (Cfg.xml gives Cfg.usr.xml) and the Export view in a side file in
-/// the data directory (the machine value Administration\TalvoDataDir, else the
+/// the data directory (the machine value `Administration\TalvoDataDir`, else the
 /// current directory). Every element carries a time stamp "ts" that grows when
 /// its value changes.
 ///
@@ -36,7 +38,7 @@ struct CfgXmlData;
 /// - Characters that XML 1.0 cannot carry (control characters other than tab,
 ///   line feed and carriage return, U+FFFE, U+FFFF, unpaired surrogates) are
 ///   dropped from written texts, so that a written file can always be read.
-/// - A value name may be a relative path ("Sub\Name"); the value then lives
+/// - A value name may be a relative path (`Sub\Name`); the value then lives
 ///   in that sub-configuration.
 /// - Lookups by name (HasAttribute, RemoveAttribute, RenameAttribute, the
 ///   getters and setters) find the first child element of that name, value
@@ -62,7 +64,7 @@ struct CfgXmlData;
 ///   their "type" and "protected" attributes (a changed text advances its
 ///   stamp), sub-configurations are merged recursively, and nothing the bytes
 ///   do not mention is removed. Unparsable bytes change nothing: they are
-///   written with the parser's diagnosis to "Invalid_cfg_from_<appKey>_<n>.xml"
+///   written with the parser's diagnosis to `Invalid_cfg_from_<appKey>_<n>.xml`
 ///   beside F and a trace names that file.
 /// - Files larger than 256 MiB, documents nested deeper than 1000 levels and
 ///   documents that declare entities are treated as parse errors.
@@ -71,6 +73,7 @@ class ZENTAPPSTARTUP_EXPORT CfgXml : public Cfg
 public:
     static const QString VERSION_TAG;    ///< "version"
     static const QString TIME_STAMP_KEY; ///< "ts"
+    /// Spaces per level in written files.
     static const int XML_INDENT = 4;
     /// The content of a new main file.
     static const QString s_sEmptyFile;
@@ -130,7 +133,7 @@ public:
     /// cannot be used.
     void OpenDocument(bool restoreAllowed) override;
     void CloseDocument() override;
-    /// Sets F aside as F.corrupt.<UTC time> and writes F.bak's bytes to F.
+    /// Sets F aside as `F.corrupt.<UTC time>` and writes F.bak's bytes to F.
     void RestoreBackup() override;
     QString GetBackupDocumentName(const char* name) override;
 
@@ -168,6 +171,7 @@ public:
     static void SetTimeStamp(QDomNode node, int mode, bool recursive);
     /// The process-wide switch of time stamps (on by default).
     static void SetTimeStampsEnabled(bool enabled);
+    /// Whether time stamps are written (see SetTimeStampsEnabled).
     static bool AreTimeStampsEnabled();
 
     /// Deep-copies the children of `source` into `target` and returns `target`.

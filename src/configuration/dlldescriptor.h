@@ -1,3 +1,5 @@
+/// \file
+/// Loaded plug-in libraries and the instances created from them.
 #ifndef CONFIGURATION_DLLDESCRIPTOR_H
 #define CONFIGURATION_DLLDESCRIPTOR_H
 
@@ -21,7 +23,9 @@ public:
     /// Throws KVException when the system returns no handle.
     void CreateInstance(const QString& fileName);
 
+    /// The file name the library was loaded by; empty before CreateInstance.
     QString GetName() const { return m_sFileName; }
+    /// The system's handle of the library; null before CreateInstance.
     void* GetHandle() const { return m_hDll; }
     /// The exported symbol `name`, or null.
     void* GetProcAddress(const char* name) const;
@@ -50,12 +54,17 @@ public:
     DllInstanceDescriptor(const DllInstanceDescriptor&) = delete;
     DllInstanceDescriptor& operator=(const DllInstanceDescriptor&) = delete;
 
+    /// The library the instance was created from (not owned).
     CfgDllDescriptor* GetDll() const { return m_pDll; }
     /// The library's name.
     QString GetDllName() const;
+    /// The configuration key handed to the factory.
     QString GetConfigKey() const { return m_sConfigKey; }
+    /// The name of the instance among others of the same library.
     QString GetInstanceKey() const { return m_sInstanceKey; }
+    /// The additional parameters handed to the factory.
     QString GetAdditionalParams() const { return m_sAdditionalParams; }
+    /// True when the configuration centre destroys the instance at the end.
     bool IsCreatedByCenter() const { return m_bCreatedByCenter; }
     /// The instance; null only for a descriptor that holds none.
     IDllInstance* GetInstance() const { return m_pInstance; }

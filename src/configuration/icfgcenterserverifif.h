@@ -1,3 +1,5 @@
+/// \file
+/// ICfgCenterServerIfIf: the interface of the configuration service's client.
 #ifndef CONFIGURATION_ICFGCENTERSERVERIFIF_H
 #define CONFIGURATION_ICFGCENTERSERVERIFIF_H
 

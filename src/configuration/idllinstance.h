@@ -1,3 +1,5 @@
+/// \file
+/// IDllInstance and the entry points every plug-in library exports.
 #ifndef CONFIGURATION_IDLLINSTANCE_H
 #define CONFIGURATION_IDLLINSTANCE_H
 
@@ -50,13 +52,20 @@ public:
 /// Declares a plug-in entry point: C linkage, exported from the library.
 #define ZENT_PLUGIN_EXPORT extern "C" Q_DECL_EXPORT
 
+/// The factory a plug-in exports: a new instance reading its settings from
+/// `configKey`, given the application's `additionalParams`; null on failure.
 ZENT_PLUGIN_EXPORT IDllInstance* KVCreateEx(const wchar_t* configKey, const wchar_t* additionalParams);
+/// The factory of plug-ins without additional parameters; used when the
+/// library has no KVCreateEx.
 ZENT_PLUGIN_EXPORT IDllInstance* KVCreate(const wchar_t* configKey);
+/// Destroys an instance made by the same library's factory.
 ZENT_PLUGIN_EXPORT void KVDestroy(IDllInstance* instance);
 
 /// The entry points as the centre looks them up.
+///@{
 using KVCreateExFunction = IDllInstance* (*)(const wchar_t*, const wchar_t*);
 using KVCreateFunction = IDllInstance* (*)(const wchar_t*);
 using KVDestroyFunction = void (*)(IDllInstance*);
+///@}
 
 #endif

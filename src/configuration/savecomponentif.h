@@ -1,3 +1,5 @@
+/// \file
+/// SaveComponentIf: components saved with the configuration document.
 #ifndef CONFIGURATION_SAVECOMPONENTIF_H
 #define CONFIGURATION_SAVECOMPONENTIF_H
 
@@ -22,7 +24,9 @@ public:
 
 protected:
     SaveComponentIf() = default;
+    /// An interface has no state: copying copies nothing.
     SaveComponentIf(const SaveComponentIf&) = default;
+    /// An interface has no state: assigning changes nothing.
     SaveComponentIf& operator=(const SaveComponentIf&) = default;
     ~SaveComponentIf() = default;
 };

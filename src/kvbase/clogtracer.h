@@ -1,3 +1,5 @@
+/// \file
+/// CLogTracer: the file log of an application.
 #ifndef KVBASE_CLOGTRACER_H
 #define KVBASE_CLOGTRACER_H
 
@@ -15,6 +17,8 @@ public:
     explicit CLogTracer(const QString& fileName = QString());
     ~CLogTracer() override;
 
+    /// The log file's name: the one given, else the default for the current
+    /// module ("zent" while none is set).
     QString GetFileName() const;
     void Write(const QString& sourceFile, int line, const QString& text) override;
 

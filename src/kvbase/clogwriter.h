@@ -1,3 +1,5 @@
+/// \file
+/// CLogWriter: the base of every trace destination.
 #ifndef KVBASE_CLOGWRITER_H
 #define KVBASE_CLOGWRITER_H
 
@@ -16,7 +18,9 @@ public:
     CLogWriter(const CLogWriter&) = delete;
     CLogWriter& operator=(const CLogWriter&) = delete;
 
+    /// Sets the module that marks every line from now on; thread-safe.
     void SetModuleName(const QString& name);
+    /// The module that marks the lines; empty until set.
     QString GetModuleName() const;
 
     /// Writes one line; `sourceFile` is a name like "configuration/cfgxml".

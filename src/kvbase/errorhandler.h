@@ -1,3 +1,5 @@
+/// \file
+/// ErrorHandler, the logging categories and the trace and assertion macros.
 #ifndef KVBASE_ERRORHANDLER_H
 #define KVBASE_ERRORHANDLER_H
 
@@ -13,9 +15,10 @@
 
 class CLogWriter;
 
-/// The logging categories "zent.trace" and "zent.message" (what
+/// The logging category "zent.trace" of written traces (what
 /// Q_DECLARE_LOGGING_CATEGORY declares, exported from the library).
 KVBASE_EXPORT const QLoggingCategory& lcZentTrace();
+/// The logging category "zent.message" of messages to the user.
 KVBASE_EXPORT const QLoggingCategory& lcZentMessage();
 
 /// Error reporting and tracing of the product family.
@@ -35,21 +38,35 @@ KVBASE_EXPORT const QLoggingCategory& lcZentMessage();
 class KVBASE_EXPORT ErrorHandler
 {
 public:
+    /// The categories of traces and assertions, one bit each of the message
+    /// mask; the configuration's logger settings switch them by these names.
     enum MessageCategory : unsigned
     {
+        /// Requirements of callers.
         Q_KM_REQUIRE = 1,
+        /// Assertions (see Assert).
         Q_KM_ASSERT = 2,
+        /// Guarantees of operations.
         Q_ENSURE = 4,
+        /// Entries of operations.
         Q_PREMETHOD = 8,
+        /// Exits of operations.
         Q_POSTMETHOD = 16,
+        /// Ordinary traces.
         Q_TRACE = 32,
+        /// Detailed traces for experts.
         Q_EXPERT_TRACE = 64,
+        /// Every category.
         ALL_CATEGORIES = 127
     };
+    /// The severity of a message to the user.
     enum MessageKind
     {
+        /// Something failed.
         MSG_Error = 0,
+        /// Something is doubtful but the work goes on.
         MSG_Warning = 1,
+        /// For the user's information; only logged without a presenter.
         MSG_Information = 2
     };
 
@@ -61,13 +78,16 @@ public:
     /// The mask a process starts with: requirements, assertions and ordinary traces.
     static constexpr unsigned DEFAULT_MESSAGE_MASK = Q_KM_REQUIRE | Q_KM_ASSERT | Q_TRACE;
 
+    /// The process's handler, made on first use.
     static ErrorHandler& Instance();
 
+    /// The bits of the categories that are written.
     unsigned GetMessageMask() const { return m_uMessageMask.load(std::memory_order_relaxed); }
     /// Sets (on) or clears (off) the given bit or bits of the mask.
     void SetMessageMask(unsigned bit, bool on);
     /// Replaces the whole mask.
     void ResetMessageMask(unsigned mask = DEFAULT_MESSAGE_MASK);
+    /// True when the mask shares a bit with `category`.
     bool IsEnabled(unsigned category) const { return (GetMessageMask() & category) != 0; }
 
     /// Writes one trace line when the category's bit is set.
@@ -93,6 +113,7 @@ public:
     /// Installs a presenter for messages; an empty function restores the default.
     void SetMessagePresenter(MessagePresenter presenter);
 
+    /// The installed log tracer, still owned by the handler; null when none.
     CLogWriter* GetLogTracer() const;
     /// Takes ownership of `tracer`; the previous tracer is deleted.
     void SetLogTracer(CLogWriter* tracer);

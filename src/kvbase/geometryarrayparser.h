@@ -1,3 +1,5 @@
+/// \file
+/// GeometryArrayParser: the reader of stored window geometries.
 #ifndef KVBASE_GEOMETRYARRAYPARSER_H
 #define KVBASE_GEOMETRYARRAYPARSER_H
 
@@ -20,19 +22,29 @@
 class KVBASE_EXPORT GeometryArrayParser
 {
 public:
+    /// One window record.
     struct Geometry
     {
+        /// Index of the screen (0 = first); -1 in a default record.
         int screen = -1;
+        /// Left edge in the screen's coordinates.
         int x = 0;
+        /// Top edge in the screen's coordinates.
         int y = 0;
+        /// Width in pixels.
         int width = 0;
+        /// Height in pixels.
         int height = 0;
+        /// 0 normal, 1 minimised, 2 maximised, 3 full screen.
         int state = 0;
     };
 
+    /// Parses `text` at once; see IsValid.
     explicit GeometryArrayParser(const QString& text);
 
+    /// True when the text held at least one record and followed the format throughout.
     bool IsValid() const { return m_bValid; }
+    /// The number of records read; 0 for an invalid text.
     int Count() const { return m_geometries.size(); }
     /// The record at `index`; a default record (screen -1) when there is none.
     Geometry At(int index) const;

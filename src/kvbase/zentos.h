@@ -1,3 +1,5 @@
+/// \file
+/// ZentOS: the operating-system abstraction.
 #ifndef KVBASE_ZENTOS_H
 #define KVBASE_ZENTOS_H
 
@@ -23,10 +25,15 @@ public:
     /// Placement of a top-level window; state: 0 normal, 1 minimised, 2 maximised.
     struct WindowPlacement
     {
+        /// Left edge; -1 when unknown.
         int x = -1;
+        /// Top edge; -1 when unknown.
         int y = -1;
+        /// Width in pixels; -1 when unknown.
         int width = -1;
+        /// Height in pixels; -1 when unknown.
         int height = -1;
+        /// 0 normal, 1 minimised, 2 maximised; -1 when unknown.
         int state = -1;
     };
 
@@ -44,11 +51,20 @@ public:
 
     // Libraries. Handles are opaque; null means failure, and the reason is then
     // GetLastError()/GetLastErrorText().
+    /// Loads the library `fileName`, looked for beside the program first and
+    /// then on the system's search path. A Windows name "X.dll" is also found
+    /// as libX.so or X.so. Null on failure.
     virtual void* LoadLibrary(const QString& fileName);
+    /// Releases a handle of LoadLibrary; false on failure.
     virtual bool FreeLibrary(void* handle);
+    /// The exported symbol `name` of the library `handle`; null when missing.
     virtual void* GetProcAddress(void* handle, const char* name);
+    /// The system's error number of the calling thread's last failed library
+    /// call; 0 after a success or ResetLastError().
     virtual unsigned long GetLastError() const;
+    /// Clears the calling thread's last error and its text.
     virtual void ResetLastError();
+    /// The system's description of the calling thread's last error; empty when none.
     virtual QString GetLastErrorText() const;
 
     // The machine.
@@ -81,7 +97,12 @@ public:
     virtual QString GetProductDir() const;
 
     // Processes and windows.
+    /// Reads the placement of the main window of the process `processId`;
+    /// false, leaving `placement` as it was, when the system cannot tell (on
+    /// Linux always: window managers place foreign windows).
     virtual bool GetWindowPlacement(qint64 processId, WindowPlacement& placement) const;
+    /// Places the main window of the process `processId`; false when the
+    /// system does not allow it (on Linux always).
     virtual bool SetWindowPlacement(qint64 processId, const WindowPlacement& placement);
     /// Starts a program without a window; `result` receives its process id.
     virtual bool StartHiddenLegacyProgram(const std::u16string& program, const std::u16string& params,
@@ -100,6 +121,7 @@ public:
     /// Holds the lock `name` until CloseNamedLock or the process's end; several
     /// holders may share it. Null when the lock cannot be made.
     virtual void* CreateNamedLock(const QString& name);
+    /// Releases a lock of CreateNamedLock; null is ignored.
     virtual void CloseNamedLock(void* handle);
     /// The message number of `name`: the same in every process, 0xC000 to 0xFFFF.
     virtual unsigned int RegisterMessage(const QString& name);
@@ -121,6 +143,7 @@ public:
     /// Consumes what made the descriptor readable and re-arms it; true when
     /// the clock was set.
     virtual bool AcknowledgeClockChange(int descriptor);
+    /// Closes a descriptor of OpenClockChangeNotifier; -1 is ignored.
     virtual void CloseClockChangeNotifier(int descriptor);
     /// The file that names the system's time zone; empty when there is none.
     virtual QString GetTimeZoneFile() const;

@@ -1,3 +1,5 @@
+/// \file
+/// Text helpers of the base library.
 #ifndef KVBASE_ZENTSTRING_H
 #define KVBASE_ZENTSTRING_H
 
@@ -5,6 +7,7 @@
 
 #include <QString>
 
+/// Free helpers of the product family.
 namespace Zent {
 
 /// True when every character of `text` is 7-bit ASCII (an empty text is ASCII).

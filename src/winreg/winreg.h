@@ -1,23 +1,24 @@
 #ifndef ZENT_WINREG_WINREG_H
 #define ZENT_WINREG_WINREG_H
 
-// The registry seam: the Win32 registry functions with Windows' names,
-// argument types and error codes, so that the registry configuration is
-// written once against them. On Linux they are implemented here over one
-// SQLite database per hive; a Windows build includes <windows.h> and links
-// the real advapi32 functions instead of this folder.
-//
-// Behaviour kept from Windows: key and value names are case-insensitive and
-// case-preserving; sub-keys enumerate in the order of their upper-case names,
-// values in creation order; a buffer that is too small gives ERROR_MORE_DATA
-// and, for value data, the size needed; RegDeleteKeyW refuses a key that has
-// sub-keys; a handle whose key was deleted through another handle (or by
-// another process) answers ERROR_KEY_DELETED. Every write is visible to other
-// processes at once and survives a kill of the writing process.
-//
-// Where the hives live: HKEY_CURRENT_USER in the user's configuration
-// directory, HKEY_LOCAL_MACHINE in a machine-wide data directory; the
-// environment variable ZENT_REGISTRY_DIR, when set, holds both.
+/// \file
+/// The registry seam: the Win32 registry functions with Windows' names,
+/// argument types and error codes, so that the registry configuration is
+/// written once against them. On Linux they are implemented here over one
+/// SQLite database per hive; a Windows build includes `windows.h` and links
+/// the real advapi32 functions instead of this folder.
+///
+/// Behaviour kept from Windows: key and value names are case-insensitive and
+/// case-preserving; sub-keys enumerate in the order of their upper-case names,
+/// values in creation order; a buffer that is too small gives ERROR_MORE_DATA
+/// and, for value data, the size needed; RegDeleteKeyW refuses a key that has
+/// sub-keys; a handle whose key was deleted through another handle (or by
+/// another process) answers ERROR_KEY_DELETED. Every write is visible to other
+/// processes at once and survives a kill of the writing process.
+///
+/// Where the hives live: HKEY_CURRENT_USER in the user's configuration
+/// directory, HKEY_LOCAL_MACHINE in a machine-wide data directory; the
+/// environment variable ZENT_REGISTRY_DIR, when set, holds both.
 
 #ifdef _WIN32
 #include <windows.h>
@@ -27,6 +28,8 @@
 
 #include <cstdint>
 
+/// The Windows data types of the registry functions, with Windows' sizes.
+///@{
 typedef uint32_t DWORD;
 typedef int32_t LONG;
 typedef uint8_t BYTE;
@@ -37,23 +40,38 @@ typedef WCHAR* LPWSTR;
 typedef const WCHAR* LPCWSTR;
 typedef DWORD ACCESS_MASK;
 typedef ACCESS_MASK REGSAM;
+///@}
 
 struct HKEY__;
+/// An open registry key; opaque.
+///@{
 typedef HKEY__* HKEY;
 typedef HKEY* PHKEY;
+///@}
 
+/// A point in time as Windows counts it: 100-nanosecond intervals since
+/// 1 January 1601 (UTC), in two 32-bit halves.
 typedef struct _FILETIME
 {
+    /// The lower 32 bits of the count.
     DWORD dwLowDateTime;
+    /// The upper 32 bits of the count.
     DWORD dwHighDateTime;
 } FILETIME, *PFILETIME;
+/// \typedef struct _FILETIME* PFILETIME
+/// A pointer to a FILETIME.
 
 // Predefined keys: the 32-bit values of Windows, sign-extended as there.
+/// A predefined root key, always open.
+///@{
 #define HKEY_CLASSES_ROOT (reinterpret_cast<HKEY>(static_cast<intptr_t>(static_cast<LONG>(0x80000000))))
 #define HKEY_CURRENT_USER (reinterpret_cast<HKEY>(static_cast<intptr_t>(static_cast<LONG>(0x80000001))))
 #define HKEY_LOCAL_MACHINE (reinterpret_cast<HKEY>(static_cast<intptr_t>(static_cast<LONG>(0x80000002))))
 #define HKEY_USERS (reinterpret_cast<HKEY>(static_cast<intptr_t>(static_cast<LONG>(0x80000003))))
+///@}
 
+/// A result of the registry functions, with Windows' number.
+///@{
 #define ERROR_SUCCESS 0
 #define ERROR_FILE_NOT_FOUND 2
 #define ERROR_ACCESS_DENIED 5
@@ -67,7 +85,10 @@ typedef struct _FILETIME
 #define ERROR_CANTREAD 1012
 #define ERROR_CANTWRITE 1013
 #define ERROR_KEY_DELETED 1018
+///@}
 
+/// A registry value type, with Windows' number.
+///@{
 #define REG_NONE 0
 #define REG_SZ 1
 #define REG_EXPAND_SZ 2
@@ -78,7 +99,10 @@ typedef struct _FILETIME
 #define REG_LINK 6
 #define REG_MULTI_SZ 7
 #define REG_QWORD 11
+///@}
 
+/// An access right of a key, with Windows' bits.
+///@{
 #define DELETE 0x00010000
 #define READ_CONTROL 0x00020000
 #define SYNCHRONIZE 0x00100000
@@ -103,7 +127,9 @@ typedef struct _FILETIME
     ((STANDARD_RIGHTS_ALL | KEY_QUERY_VALUE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY | KEY_ENUMERATE_SUB_KEYS |  \
       KEY_NOTIFY | KEY_CREATE_LINK) &                                                                        \
      ~SYNCHRONIZE)
+///@}
 
+/// Opens a symbolic link key itself rather than its target.
 #define REG_OPTION_OPEN_LINK 0x00000008
 
 extern "C" {
@@ -119,8 +145,11 @@ ZENTAPPSTARTUP_EXPORT LONG RegOpenKeyW(HKEY hKey, LPCWSTR lpSubKey, PHKEY phkRes
 /// returned; a short buffer gives ERROR_MORE_DATA with the size needed in `*lpcbData`.
 ZENTAPPSTARTUP_EXPORT LONG RegQueryValueExW(HKEY hKey, LPCWSTR lpValueName, LPDWORD lpReserved,
                                             LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData);
+/// Writes the value `lpValueName` (NULL or "" the default value) with the
+/// type `dwType` and `cbData` bytes of `lpData`, replacing an existing one.
 ZENTAPPSTARTUP_EXPORT LONG RegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD Reserved, DWORD dwType,
                                           const BYTE* lpData, DWORD cbData);
+/// Deletes the value `lpValueName`.
 ZENTAPPSTARTUP_EXPORT LONG RegDeleteValueW(HKEY hKey, LPCWSTR lpValueName);
 /// Deletes a key that has no sub-keys (ERROR_ACCESS_DENIED otherwise); "" deletes `hKey`'s own key.
 ZENTAPPSTARTUP_EXPORT LONG RegDeleteKeyW(HKEY hKey, LPCWSTR lpSubKey);
@@ -137,6 +166,7 @@ ZENTAPPSTARTUP_EXPORT LONG RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD l
                                             LPDWORD lpcbMaxClassLen, LPDWORD lpcValues,
                                             LPDWORD lpcbMaxValueNameLen, LPDWORD lpcbMaxValueLen,
                                             LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime);
+/// Releases a handle of RegOpenKeyExW, RegCreateKeyW or RegOpenKeyW.
 ZENTAPPSTARTUP_EXPORT LONG RegCloseKey(HKEY hKey);
 }
 
