@@ -7,6 +7,7 @@ set(CPACK_PACKAGE_VENDOR Velkor-Amsel)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "ZentAppStartUp developers <zentappstartup@velkor-amsel.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -19,7 +20,9 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/bin)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
-set(CPACK_COMPONENTS_ALL kvbase runtime dev tools)
+set(CPACK_COMPONENTS_ALL ${ZENT_DEB_COMPONENTS})
+# Installed files see the real prefix (/usr), which the service unit names.
+set(CPACK_SET_DESTDIR ON)
 
 set(CPACK_DEBIAN_KVBASE_PACKAGE_NAME libkvbase1)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libzentappstartup1)
@@ -27,6 +30,8 @@ set(CPACK_DEBIAN_DEV_PACKAGE_NAME libzentappstartup-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME zentappstartup-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_HEARTBEAT_PACKAGE_NAME zentheartbeat)
+set(CPACK_DEBIAN_HEARTBEAT_PACKAGE_SECTION misc)
 
 set(CPACK_DEBIAN_KVBASE_DESCRIPTION "Zent base library
 KVBase gives the Zent applications their error reporting and tracing,
@@ -50,7 +55,13 @@ foreach(component KVBASE RUNTIME)
 endforeach()
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
+set(CPACK_DEBIAN_HEARTBEAT_DESCRIPTION "example systemd service on ZentAppStartUp
+zentheartbeat writes a heartbeat line to its log every second until it is
+stopped; it shows a service built on the library's Service and Log classes,
+with readiness, status and watchdog reports to systemd.")
+
 set(CPACK_COMPONENT_RUNTIME_DEPENDS kvbase)
+set(CPACK_COMPONENT_HEARTBEAT_DEPENDS runtime kvbase)
 set(CPACK_COMPONENT_DEV_DEPENDS runtime kvbase)
 set(CPACK_COMPONENT_TOOLS_DEPENDS runtime kvbase)
 # The headers need Qt's and Boost's development files to be of use.

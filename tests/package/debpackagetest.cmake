@@ -27,7 +27,7 @@ file(REMOVE_RECURSE ${WORK_DIR})
 file(MAKE_DIRECTORY ${debs} ${root})
 
 run_step("cpack" cpack -G DEB -B ${debs} --config ${BUILD_DIR}/CPackConfig.cmake)
-set(expected libkvbase1 libzentappstartup1 libzentappstartup-dev zentappstartup-tools)
+set(expected libkvbase1 libzentappstartup1 libzentappstartup-dev zentappstartup-tools zentheartbeat)
 foreach(package IN LISTS expected)
     file(GLOB deb ${debs}/${package}_${VERSION}_*.deb)
     if(NOT deb)
