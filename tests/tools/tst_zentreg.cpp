@@ -1,4 +1,5 @@
 #include "common/rawregistry.h"
+#include "common/scriptrun.h"
 #include "common/temporaryregistry.h"
 #include "regfile.h"
 
@@ -46,6 +47,41 @@ LONG KeyState(const QString& key)
 }
 
 const QString Base = QStringLiteral("SOFTWARE\\Velkor&Amsel\\Zent\\");
+
+const QByteArray USAGE = "usage: zentreg import FILE.reg\n"
+                         "       zentreg export [--regedit4] KEY FILE.reg\n";
+
+const QByteArray HELP =
+    "Usage: zentreg import FILE.reg\n"
+    "       zentreg export [--regedit4] KEY FILE.reg\n"
+    "       zentreg --help | --version\n"
+    "\n"
+    "Brings registry exports (.reg files as Windows' registry editor writes them)\n"
+    "into the portable registry, and writes keys of it out again, so that a\n"
+    "configuration from a Windows machine can be copied into XML with cfgcopy.\n"
+    "\n"
+    "Commands:\n"
+    "  import FILE.reg   applies the file: all of it, or nothing when a line is bad\n"
+    "                    or the registry refuses a step\n"
+    "  export KEY FILE.reg\n"
+    "                    writes KEY and everything below it to FILE.reg\n"
+    "  KEY begins with its root: HKEY_CURRENT_USER (HKCU) or HKEY_LOCAL_MACHINE (HKLM)\n"
+    "\n"
+    "Formats, one example each:\n"
+    "  Windows Registry Editor Version 5.00   UTF-16 text, the default\n"
+    "      zentreg export HKCU\\SOFTWARE\\Velkor&Amsel\\Zent\\DemoApp DemoApp.reg\n"
+    "  REGEDIT4                               8-bit text, with --regedit4\n"
+    "      zentreg export --regedit4 HKLM\\SOFTWARE\\Velkor&Amsel\\Zent Zent.reg\n"
+    "  import reads both, and UTF-8 too:\n"
+    "      zentreg import DemoApp.reg\n"
+    "\n"
+    "The environment variable ZENT_REGISTRY_DIR names the folder of both hives.\n"
+    "\n"
+    "Exit codes:\n"
+    "  0  imported or exported\n"
+    "  1  the file could not be read, parsed, applied or written; standard error\n"
+    "     says why\n"
+    "  2  wrong arguments; the usage is shown on standard error\n";
 
 } // namespace
 
@@ -325,6 +361,51 @@ private slots:
                                  m_registry->filePath(QStringLiteral("x.reg"))});
         QCOMPARE(run.exitCode, 1);
         QCOMPARE(run.errors, QStringLiteral("zentreg: cannot open HKCU\\Nothing (error 2)"));
+    }
+
+    ScriptRun ZentregLikeAScript(const QStringList& args)
+    {
+        return RunLikeAScript(QCoreApplication::applicationDirPath() + QStringLiteral("/zentreg"), args,
+                              m_registry->path(), QByteArray());
+    }
+
+    void helpIsPrintedOnStandardOutput()
+    {
+        const ScriptRun run = ZentregLikeAScript({QStringLiteral("--help")});
+        QVERIFY(run.finished);
+        QCOMPARE(run.exitStatus, QProcess::NormalExit);
+        QCOMPARE(run.exitCode, 0);
+        QCOMPARE(run.output, HELP);
+        QCOMPARE(run.errors, QByteArray());
+    }
+
+    void versionIsTheProjectVersion()
+    {
+        const ScriptRun run = ZentregLikeAScript({QStringLiteral("--version")});
+        QVERIFY(run.finished);
+        QCOMPARE(run.exitCode, 0);
+        QCOMPARE(run.output, QByteArray("zentreg " ZENT_VERSION "\n"));
+        QCOMPARE(run.errors, QByteArray());
+    }
+
+    void wrongArgumentsShowTheUsageOnStandardError_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::newRow("none") << QStringList();
+        QTest::newRow("unknown_command") << QStringList{QStringLiteral("frobnicate")};
+        QTest::newRow("import_without_file") << QStringList{QStringLiteral("import")};
+        QTest::newRow("help_late") << QStringList{QStringLiteral("import"), QStringLiteral("--help"),
+                                                  QStringLiteral("x")};
+    }
+
+    void wrongArgumentsShowTheUsageOnStandardError()
+    {
+        QFETCH(QStringList, args);
+        const ScriptRun run = ZentregLikeAScript(args);
+        QVERIFY(run.finished);
+        QCOMPARE(run.exitCode, 2);
+        QCOMPARE(run.output, QByteArray());
+        QCOMPARE(run.errors, USAGE);
     }
 
     void wrongArgumentsShowTheUsage()
