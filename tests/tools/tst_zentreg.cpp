@@ -369,6 +369,46 @@ private slots:
                               m_registry->path(), QByteArray());
     }
 
+    void oddUtf16FileIsAnErrorNamingTheLine()
+    {
+        const QByteArray whole = QByteArray("\xff\xfe") +
+                                 Utf16(QStringLiteral("Windows Registry Editor Version 5.00\r\n\r\n"
+                                                      "[HKEY_CURRENT_USER\\SOFTWARE\\Velkor&Amsel\\Zent\\Cut]\r\n"
+                                                      "\"a\"=\"b\"\r\n"
+                                                      "\"c\"=\"d\"\r\n"));
+        // Cut off in the middle of the last character, the line end of line 5.
+        const QByteArray cut = whole.left(whole.size() - 1);
+        RegFile file;
+        QVERIFY(!file.Parse(cut));
+        QCOMPARE(file.ErrorLine(), 5);
+        QCOMPARE(file.ErrorText(), QStringLiteral("incomplete UTF-16 character at the end of the file"));
+        QCOMPARE(file.Operations().size(), 0);
+        // The whole file is good.
+        QVERIFY(file.Parse(whole));
+        QCOMPARE(file.Operations().size(), 3);
+        // A stray byte after the last line end is on the line after it.
+        QVERIFY(!file.Parse(whole + 'x'));
+        QCOMPARE(file.ErrorLine(), 6);
+
+        const QString path = WriteTemp(QStringLiteral("cut.reg"), cut);
+        const Run run = Zentreg({QStringLiteral("import"), path});
+        QCOMPARE(run.exitCode, 1);
+        QCOMPARE(run.errors,
+                 QStringLiteral("zentreg: %1: line 5: incomplete UTF-16 character at the end of the file").arg(path));
+        QCOMPARE(KeyState(Base + QStringLiteral("Cut")), ERROR_FILE_NOT_FOUND);
+        QCOMPARE(KeyState(QStringLiteral("SOFTWARE")), ERROR_FILE_NOT_FOUND);
+    }
+
+    void oneDigitHexBytesAreBytesOfThatValue()
+    {
+        RegFile file;
+        QVERIFY(file.Parse("REGEDIT4\n[HKCU\\A]\n\"a\"=hex:1,a,0f,F\n"));
+        QCOMPARE(file.Operations().at(1).data, QByteArray("\x01\x0a\x0f\x0f", 4));
+        QVERIFY(!file.Parse("REGEDIT4\n[HKCU\\A]\n\"a\"=hex:1,00f\n"));
+        QCOMPARE(file.ErrorLine(), 3);
+        QCOMPARE(file.ErrorText(), QStringLiteral("\"00f\" is not a hex byte"));
+    }
+
     void helpIsPrintedOnStandardOutput()
     {
         const ScriptRun run = ZentregLikeAScript({QStringLiteral("--help")});
