@@ -106,6 +106,9 @@ public:
     /// holders may share it. Null when the lock cannot be made.
     virtual void* CreateNamedLock(const QString& name);
     virtual void CloseNamedLock(void* handle);
+    /// Holds the lock `name` alone, until CloseNamedLock or the process's end;
+    /// null at once when another holder has it (or it cannot be made).
+    virtual void* TryExclusiveLock(const QString& name);
     /// The message number of `name`: the same in every process, 0xC000 to 0xFFFF.
     virtual unsigned int RegisterMessage(const QString& name);
     /// Where the first instance of `name` listens for the messages of later

@@ -437,6 +437,18 @@ void ZentOS::CloseNamedLock(void* handle)
     delete lock;
 }
 
+void* ZentOS::TryExclusiveLock(const QString& name)
+{
+    const int fd = ::open(LockFileName(name).constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd < 0)
+        return nullptr;
+    if (FlockRetryingOnSignal(fd, LOCK_EX | LOCK_NB) != 0) {
+        ::close(fd);
+        return nullptr;
+    }
+    return new NamedLockHandle{fd};
+}
+
 unsigned int ZentOS::RegisterMessage(const QString& name)
 {
     // FNV-1a over the case-folded name: every process computes the same

@@ -414,6 +414,28 @@ private slots:
         QCOMPARE(ReadAll(target), bytes);
     }
 
+    void exclusiveLockIsHeldAlone()
+    {
+        QTemporaryDir runtime;
+        QVERIFY2(runtime.isValid(), qPrintable(runtime.errorString()));
+        ScopedEnvironment runtimeDir("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
+        ZentOS& os = ZentOS::Get();
+        const QString name = QStringLiteral("Exclusive App");
+        void* first = os.TryExclusiveLock(name);
+        QVERIFY(first);
+        QVERIFY(os.NamedLockExists(name));
+        QCOMPARE(os.TryExclusiveLock(name), nullptr);
+        // Other names are other locks.
+        void* other = os.TryExclusiveLock(QStringLiteral("Other App"));
+        QVERIFY(other);
+        os.CloseNamedLock(other);
+        os.CloseNamedLock(first);
+        QVERIFY(!os.NamedLockExists(name));
+        void* again = os.TryExclusiveLock(name);
+        QVERIFY(again);
+        os.CloseNamedLock(again);
+    }
+
     void foreignWindowPlacementIsNotAvailable()
     {
         ZentOS::WindowPlacement placement;
