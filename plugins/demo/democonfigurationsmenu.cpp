@@ -45,7 +45,8 @@ template <typename Operation> void Guarded(Operation operation)
     try {
         operation();
     } catch (const KVException& e) {
-        ErrorHandler::Instance().Message(e.GetMessage(), ErrorHandler::MSG_Error, QString::fromLatin1("Configurations"),
+        ErrorHandler::Instance().Message(e.GetMessage(), ErrorHandler::MSG_Error,
+                                         QString::fromLatin1("Configurations"),
                                          QString::fromLatin1("DemoConfigurationsMenu"));
     }
 }
@@ -107,7 +108,8 @@ bool DemoConfigurationsMenu::CheckName(const QString& name)
     static const QRegularExpression allowed(QString::fromLatin1("^[A-Za-z0-9_.-]+$"));
     if (allowed.match(name).hasMatch())
         return true;
-    emit reported(tr("\"%1\" cannot name a configuration: use letters, digits, \"_\", \"-\" and \".\".").arg(name));
+    emit reported(
+        tr("\"%1\" cannot name a configuration: use letters, digits, \"_\", \"-\" and \".\".").arg(name));
     return false;
 }
 
@@ -194,14 +196,15 @@ void DemoConfigurationsMenu::Rebuild()
     const QString active = Active();
     auto* group = new QActionGroup(switchMenu);
     for (const QString& name : names) {
-        QAction* action = switchMenu->addAction(name, this, [this, name] { Guarded([this, name] { SwitchTo(name); }); });
+        QAction* action =
+            switchMenu->addAction(name, this, [this, name] { Guarded([this, name] { SwitchTo(name); }); });
         action->setCheckable(true);
         action->setChecked(name == active);
         group->addAction(action);
     }
     switchMenu->setEnabled(!names.isEmpty());
-    QAction* rename = addAction(active.isEmpty() ? tr("&Rename...") : tr("&Rename \"%1\"...").arg(active), this,
-                                &DemoConfigurationsMenu::AskRename);
+    QAction* rename = addAction(active.isEmpty() ? tr("&Rename...") : tr("&Rename \"%1\"...").arg(active),
+                                this, &DemoConfigurationsMenu::AskRename);
     rename->setEnabled(!active.isEmpty());
     QAction* remove = addAction(active.isEmpty() ? tr("&Delete") : tr("&Delete \"%1\"").arg(active), this,
                                 &DemoConfigurationsMenu::AskDelete);

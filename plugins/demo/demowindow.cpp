@@ -57,7 +57,8 @@ DemoWindow::DemoWindow(const QString& configKey, QWidget* parent)
     layout->addWidget(CreateConfigurationGroup(), 1);
     layout->addWidget(CreateSettingsGroup());
     setCentralWidget(central);
-    auto* configurations = new DemoConfigurationsMenu([this] { WriteSettings(); }, [this] { ReadSettings(); }, this);
+    auto* configurations =
+        new DemoConfigurationsMenu([this] { WriteSettings(); }, [this] { ReadSettings(); }, this);
     connect(configurations, &DemoConfigurationsMenu::reported, this,
             [this](const QString& text) { statusBar()->showMessage(text); });
     menuBar()->addMenu(configurations);

@@ -53,7 +53,8 @@ public:
             CfgCenter::DestroyDllInstanceByPointer(m_pInstance);
         } catch (const KVException& e) {
             ErrorHandler::Instance().Message(e.GetMessage(), ErrorHandler::MSG_Error,
-                                             QStringLiteral("aboutToTerminate"), QStringLiteral("FolderPaneKeeper"));
+                                             QStringLiteral("aboutToTerminate"),
+                                             QStringLiteral("FolderPaneKeeper"));
         }
         delete this;
     }

@@ -160,8 +160,8 @@ void ZentQApplicationSources::OnChannelListenerEnded()
                  .arg(m_sChannelName),
              SOURCE_FILE, __LINE__);
     if (ListenOrWatch())
-        _Q_Trace(QStringLiteral("Bring-to-front requests of \"%1\" taken over").arg(m_sChannelName), SOURCE_FILE,
-                 __LINE__);
+        _Q_Trace(QStringLiteral("Bring-to-front requests of \"%1\" taken over").arg(m_sChannelName),
+                 SOURCE_FILE, __LINE__);
 }
 
 bool ZentQApplicationSources::Listen(const QString& channel)

@@ -23,12 +23,12 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <limits>
-#include <time.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/timerfd.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace {

@@ -192,7 +192,8 @@ void TestZentApplicationDemo::init()
     // A fresh copy of what the demo ships, as scripts/run-demo makes it.
     m_dir.reset(new QTemporaryDir);
     QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
-    for (const QString& file : {QStringLiteral("Cfg.xml"), QStringLiteral("splash.png"), QStringLiteral("KVBase_de.qm")})
+    for (const QString& file :
+         {QStringLiteral("Cfg.xml"), QStringLiteral("splash.png"), QStringLiteral("KVBase_de.qm")})
         QVERIFY(QFile::copy(DEMO_DATA + QLatin1Char('/') + file, m_dir->filePath(file)));
 }
 
@@ -219,26 +220,19 @@ void TestZentApplicationDemo::headlessRunTracesEveryStepSavesAndEnds()
         QStringLiteral("Translation: Successfully loaded the following translation files: %1/KVBase_de.qm")
             .arg(m_dir->path()),
         // Qt's own texts are the system's (run-demo copies them when they are installed).
-        QStringLiteral("Translation: Could not find the following translation files: %1/qt_de.qm").arg(binDir),
-        QStringLiteral("Start-up: translations initialised"),
-        QStringLiteral("Start-up: window icon set"),
-        QStringLiteral("Dll ZentDemo.dll loaded"),
-        QStringLiteral("Demo plug-in: created for DemoApp\\Demo"),
+        QStringLiteral("Translation: Could not find the following translation files: %1/qt_de.qm")
+            .arg(binDir),
+        QStringLiteral("Start-up: translations initialised"), QStringLiteral("Start-up: window icon set"),
+        QStringLiteral("Dll ZentDemo.dll loaded"), QStringLiteral("Demo plug-in: created for DemoApp\\Demo"),
         instance + QStringLiteral(" successfully created !"),
-        QStringLiteral("Start-up: additional plug-ins loaded"),
-        QStringLiteral("Started !"),
-        QStringLiteral("Demo plug-in: start number 1"),
-        QStringLiteral("Demo plug-in: main window shown"),
-        QStringLiteral("Start-up: plug-ins executed"),
-        QStringLiteral("Demo plug-in: splash hidden"),
-        QStringLiteral("Demo plug-in: data committed"),
-        QStringLiteral("Tear-down: begins"),
+        QStringLiteral("Start-up: additional plug-ins loaded"), QStringLiteral("Started !"),
+        QStringLiteral("Demo plug-in: start number 1"), QStringLiteral("Demo plug-in: main window shown"),
+        QStringLiteral("Start-up: plug-ins executed"), QStringLiteral("Demo plug-in: splash hidden"),
+        QStringLiteral("Demo plug-in: data committed"), QStringLiteral("Tear-down: begins"),
         QStringLiteral("Demo plug-in: the application ends"),
         QStringLiteral("Tear-down: plug-in instances told that the application ends"),
-        QStringLiteral("Demo plug-in: destroyed"),
-        instance + QStringLiteral(" destroyed !"),
-        QStringLiteral("Dll ZentDemo.dll unloaded"),
-        QStringLiteral("Tear-down: plug-in instances destroyed"),
+        QStringLiteral("Demo plug-in: destroyed"), instance + QStringLiteral(" destroyed !"),
+        QStringLiteral("Dll ZentDemo.dll unloaded"), QStringLiteral("Tear-down: plug-in instances destroyed"),
         QStringLiteral("Tear-down: termination targets notified"),
         QStringLiteral("Tear-down: configuration saved and closed"),
         QStringLiteral("Tear-down: Qt application object deleted")};
@@ -337,7 +331,8 @@ void TestZentApplicationDemo::commandLineHelpReachesStandardErrorWithoutTerminal
     QTest::addColumn<QString>("text");
     const QString error = QStringLiteral("Command line error");
     const QString see = QStringLiteral("\nSee command line help:\n\n");
-    const QString missing = error + QStringLiteral(", the argument AppKey is missing.") + see + ExpectedHelpText();
+    const QString missing =
+        error + QStringLiteral(", the argument AppKey is missing.") + see + ExpectedHelpText();
     QTest::newRow("no_arguments_desktop_without_viewer")
         << QStringList() << QByteArray(":97") << 2 << missing;
     QTest::newRow("no_arguments_no_desktop") << QStringList() << QByteArray() << 2 << missing;
@@ -345,7 +340,9 @@ void TestZentApplicationDemo::commandLineHelpReachesStandardErrorWithoutTerminal
         << QStringList{QStringLiteral("DemoApp"), QStringLiteral("Registry")} << QByteArray(":97") << 2
         << error + QStringLiteral(" in CfgDoc: Unknown CfgType.") + see + ExpectedHelpText();
     QTest::newRow("bad_key") << QStringList{QStringLiteral("--quit-after=1")} << QByteArray() << 2
-                             << error + QStringLiteral(" in AppKey in CfgKey: not all characters are alphanumeric.") +
+                             << error +
+                                    QStringLiteral(
+                                        " in AppKey in CfgKey: not all characters are alphanumeric.") +
                                     see + ExpectedHelpText();
     QTest::newRow("help_asked_for") << QStringList{QStringLiteral("/h")} << QByteArray(":97") << 0
                                     << ExpectedHelpText();
@@ -373,7 +370,8 @@ void TestZentApplicationDemo::commandLineHelpReachesStandardErrorWithoutTerminal
 void TestZentApplicationDemo::helpOptionPrintsOnStandardOutput()
 {
     const QString program = LinkedDemo();
-    const ScriptRun run = RunLikeAScript(program, {QStringLiteral("--help")}, m_dir->path(), QByteArray(":97"));
+    const ScriptRun run =
+        RunLikeAScript(program, {QStringLiteral("--help")}, m_dir->path(), QByteArray(":97"));
     QVERIFY(run.finished);
     QCOMPARE(run.exitStatus, QProcess::NormalExit);
     QCOMPARE(run.exitCode, 0);
@@ -385,7 +383,8 @@ void TestZentApplicationDemo::helpOptionPrintsOnStandardOutput()
 
 void TestZentApplicationDemo::versionIsTheProjectVersion()
 {
-    const ScriptRun run = RunLikeAScript(DEMO_PROGRAM, {QStringLiteral("--version")}, m_dir->path(), QByteArray());
+    const ScriptRun run =
+        RunLikeAScript(DEMO_PROGRAM, {QStringLiteral("--version")}, m_dir->path(), QByteArray());
     QVERIFY(run.finished);
     QCOMPARE(run.exitCode, 0);
     QCOMPARE(run.output, QByteArray("zentdemo " ZENT_VERSION "\n"));

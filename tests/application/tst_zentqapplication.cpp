@@ -502,8 +502,9 @@ void TestZentQApplication::controlShiftAltF12OpensFolderPaneOnceAndReusesIt()
     // Created with two zero arguments: not by the centre, and loaded as usual.
     const CfgCenter::DllInstanceList* instances = CfgCenter::GetDllInstanceList();
     QVERIFY(instances);
-    const auto descriptor = std::find_if(instances->begin(), instances->end(),
-                                         [instance](const DllInstanceDescriptor* d) { return d->GetInstance() == instance; });
+    const auto descriptor =
+        std::find_if(instances->begin(), instances->end(),
+                     [instance](const DllInstanceDescriptor* d) { return d->GetInstance() == instance; });
     QVERIFY(descriptor != instances->end());
     QCOMPARE((*descriptor)->IsCreatedByCenter(), false);
     QCOMPARE((*descriptor)->GetInstanceKey(), QString());

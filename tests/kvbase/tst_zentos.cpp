@@ -90,8 +90,8 @@ public:
         QFile text(TextFile());
         if (text.open(QIODevice::WriteOnly))
             text.write(SHOWN_TEXT);
-        m_output = ::open(QFile::encodeName(OutputFile()).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
-                          0600);
+        m_output = ::open(QFile::encodeName(OutputFile()).constData(),
+                          O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         m_stdout.reset(new RedirectedDescriptor(STDOUT_FILENO, m_output));
     }
     ~DisplayFixture()
@@ -107,9 +107,10 @@ public:
     bool InstallViewer(const QByteArray& tail) const
     {
         return WriteExecutable(m_dir.filePath(QStringLiteral("xdg-open")),
-                               "#!/bin/sh\n/bin/cat \"$1\" > \"" + QFile::encodeName(Marker()) + ".part\"\n/bin/mv \"" +
-                                   QFile::encodeName(Marker()) + ".part\" \"" + QFile::encodeName(Marker()) +
-                                   "\"\necho $$ > \"" + QFile::encodeName(Marker()) + ".pid\"\n" + tail + "\n");
+                               "#!/bin/sh\n/bin/cat \"$1\" > \"" + QFile::encodeName(Marker()) +
+                                   ".part\"\n/bin/mv \"" + QFile::encodeName(Marker()) + ".part\" \"" +
+                                   QFile::encodeName(Marker()) + "\"\necho $$ > \"" +
+                                   QFile::encodeName(Marker()) + ".pid\"\n" + tail + "\n");
     }
 
 private:
@@ -400,7 +401,8 @@ private slots:
         QTemporaryDir dir;
         QVERIFY2(dir.isValid(), qPrintable(dir.errorString()));
         const QString target = dir.filePath(QStringLiteral("stderr"));
-        const int fd = ::open(QFile::encodeName(target).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const int fd =
+            ::open(QFile::encodeName(target).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         QVERIFY(fd >= 0);
         static const char start[] = "Latin-1 \xe9\0and a zero\n";
         const QByteArray bytes = QByteArray(start, sizeof(start) - 1) + QByteArray(100000, 'x');

@@ -100,8 +100,8 @@ void TestDemoConfigurationsMenu::cleanupTestCase()
 void TestDemoConfigurationsMenu::StartCentre()
 {
     m_centre.reset();
-    m_centre = std::make_unique<CfgCenter>(APP, QStringLiteral("Xml:Cfg.xml"), ICfg::VIEW_Machine, false, false,
-                                           true);
+    m_centre = std::make_unique<CfgCenter>(APP, QStringLiteral("Xml:Cfg.xml"), ICfg::VIEW_Machine, false,
+                                           false, true);
 }
 
 std::unique_ptr<DemoConfigurationsMenu> TestDemoConfigurationsMenu::NewMenu()
@@ -121,9 +121,9 @@ void TestDemoConfigurationsMenu::namedConfigurationsAreSavedSwitchedRenamedAndDe
     QSignalSpy reports(menu.get(), &DemoConfigurationsMenu::reported);
     // No configurations yet: only saving is offered.
     QCOMPARE(menu->title(), QStringLiteral("&Configurations"));
-    QCOMPARE(Entries(*menu), (QStringList{QStringLiteral("&Save settings as..."),
-                                          QStringLiteral("S&witch to {} (off)"), QStringLiteral("&Rename... (off)"),
-                                          QStringLiteral("&Delete (off)")}));
+    QCOMPARE(Entries(*menu),
+             (QStringList{QStringLiteral("&Save settings as..."), QStringLiteral("S&witch to {} (off)"),
+                          QStringLiteral("&Rename... (off)"), QStringLiteral("&Delete (off)")}));
     QCOMPARE(menu->Configurations(), QStringList());
     QCOMPARE(menu->Active(), QString());
 
@@ -139,8 +139,8 @@ void TestDemoConfigurationsMenu::namedConfigurationsAreSavedSwitchedRenamedAndDe
     QCOMPARE(UserValue(), QStringLiteral("good evening"));
     QCOMPARE(Entries(*menu),
              (QStringList{QStringLiteral("&Save settings as..."),
-                          QStringLiteral("S&witch to {Morning, Evening [x]}"), QStringLiteral("&Rename \"Evening\"..."),
-                          QStringLiteral("&Delete \"Evening\"")}));
+                          QStringLiteral("S&witch to {Morning, Evening [x]}"),
+                          QStringLiteral("&Rename \"Evening\"..."), QStringLiteral("&Delete \"Evening\"")}));
 
     QVERIFY(menu->SwitchTo(QStringLiteral("Morning")));
     QCOMPARE(reports.takeLast().at(0).toString(), QStringLiteral("Using the configuration \"Morning\"."));
@@ -161,14 +161,16 @@ void TestDemoConfigurationsMenu::namedConfigurationsAreSavedSwitchedRenamedAndDe
     QCOMPARE(menu->Active(), QStringLiteral("Night"));
     QCOMPARE(UserValue(), QStringLiteral("good evening"));
     QVERIFY(!menu->RenameActive(QStringLiteral("Morning")));
-    QCOMPARE(reports.takeLast().at(0).toString(), QStringLiteral("There is a configuration \"Morning\" already."));
+    QCOMPARE(reports.takeLast().at(0).toString(),
+             QStringLiteral("There is a configuration \"Morning\" already."));
 
     // Names become part of element names.
     for (const QString& bad : {QStringLiteral("two words"), QStringLiteral("a/b"), QString()}) {
         QVERIFY(!menu->SaveAs(bad));
-        QCOMPARE(reports.takeLast().at(0).toString(),
-                 QStringLiteral("\"%1\" cannot name a configuration: use letters, digits, \"_\", \"-\" and \".\".")
-                     .arg(bad));
+        QCOMPARE(
+            reports.takeLast().at(0).toString(),
+            QStringLiteral("\"%1\" cannot name a configuration: use letters, digits, \"_\", \"-\" and \".\".")
+                .arg(bad));
         QVERIFY(!menu->RenameActive(bad));
     }
     QCOMPARE(menu->Configurations(), (QStringList{QStringLiteral("Morning"), QStringLiteral("Night")}));
@@ -180,9 +182,9 @@ void TestDemoConfigurationsMenu::namedConfigurationsAreSavedSwitchedRenamedAndDe
     QCOMPARE(menu->Active(), QString());
     QCOMPARE(m_sShown, QStringLiteral("shipped"));
     QVERIFY(!menu->DeleteActive());
-    QCOMPARE(Entries(*menu), (QStringList{QStringLiteral("&Save settings as..."),
-                                          QStringLiteral("S&witch to {Morning}"), QStringLiteral("&Rename... (off)"),
-                                          QStringLiteral("&Delete (off)")}));
+    QCOMPARE(Entries(*menu),
+             (QStringList{QStringLiteral("&Save settings as..."), QStringLiteral("S&witch to {Morning}"),
+                          QStringLiteral("&Rename... (off)"), QStringLiteral("&Delete (off)")}));
     QVERIFY(menu->SwitchTo(QStringLiteral("Morning")));
     QCOMPARE(m_sShown, QStringLiteral("early"));
 }

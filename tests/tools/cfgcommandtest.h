@@ -95,8 +95,9 @@ protected:
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("ZENT_REGISTRY_DIR"), RegistryDir());
-        const ScriptRun script = RunLikeAScript(QDir(QCoreApplication::applicationDirPath()).filePath(program),
-                                                arguments, m_dir->path(), QByteArray(), environment);
+        const ScriptRun script =
+            RunLikeAScript(QDir(QCoreApplication::applicationDirPath()).filePath(program), arguments,
+                           m_dir->path(), QByteArray(), environment);
         Run run;
         run.exitCode = script.finished ? script.exitCode : -1;
         run.exitStatus = script.exitStatus;

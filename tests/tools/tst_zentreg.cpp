@@ -51,37 +51,36 @@ const QString Base = QStringLiteral("SOFTWARE\\Velkor&Amsel\\Zent\\");
 const QByteArray USAGE = "usage: zentreg import FILE.reg\n"
                          "       zentreg export [--regedit4] KEY FILE.reg\n";
 
-const QByteArray HELP =
-    "Usage: zentreg import FILE.reg\n"
-    "       zentreg export [--regedit4] KEY FILE.reg\n"
-    "       zentreg --help | --version\n"
-    "\n"
-    "Brings registry exports (.reg files as Windows' registry editor writes them)\n"
-    "into the portable registry, and writes keys of it out again, so that a\n"
-    "configuration from a Windows machine can be copied into XML with cfgcopy.\n"
-    "\n"
-    "Commands:\n"
-    "  import FILE.reg   applies the file: all of it, or nothing when a line is bad\n"
-    "                    or the registry refuses a step\n"
-    "  export KEY FILE.reg\n"
-    "                    writes KEY and everything below it to FILE.reg\n"
-    "  KEY begins with its root: HKEY_CURRENT_USER (HKCU) or HKEY_LOCAL_MACHINE (HKLM)\n"
-    "\n"
-    "Formats, one example each:\n"
-    "  Windows Registry Editor Version 5.00   UTF-16 text, the default\n"
-    "      zentreg export HKCU\\SOFTWARE\\Velkor&Amsel\\Zent\\DemoApp DemoApp.reg\n"
-    "  REGEDIT4                               8-bit text, with --regedit4\n"
-    "      zentreg export --regedit4 HKLM\\SOFTWARE\\Velkor&Amsel\\Zent Zent.reg\n"
-    "  import reads both, and UTF-8 too:\n"
-    "      zentreg import DemoApp.reg\n"
-    "\n"
-    "The environment variable ZENT_REGISTRY_DIR names the folder of both hives.\n"
-    "\n"
-    "Exit codes:\n"
-    "  0  imported or exported\n"
-    "  1  the file could not be read, parsed, applied or written; standard error\n"
-    "     says why\n"
-    "  2  wrong arguments; the usage is shown on standard error\n";
+const QByteArray HELP = "Usage: zentreg import FILE.reg\n"
+                        "       zentreg export [--regedit4] KEY FILE.reg\n"
+                        "       zentreg --help | --version\n"
+                        "\n"
+                        "Brings registry exports (.reg files as Windows' registry editor writes them)\n"
+                        "into the portable registry, and writes keys of it out again, so that a\n"
+                        "configuration from a Windows machine can be copied into XML with cfgcopy.\n"
+                        "\n"
+                        "Commands:\n"
+                        "  import FILE.reg   applies the file: all of it, or nothing when a line is bad\n"
+                        "                    or the registry refuses a step\n"
+                        "  export KEY FILE.reg\n"
+                        "                    writes KEY and everything below it to FILE.reg\n"
+                        "  KEY begins with its root: HKEY_CURRENT_USER (HKCU) or HKEY_LOCAL_MACHINE (HKLM)\n"
+                        "\n"
+                        "Formats, one example each:\n"
+                        "  Windows Registry Editor Version 5.00   UTF-16 text, the default\n"
+                        "      zentreg export HKCU\\SOFTWARE\\Velkor&Amsel\\Zent\\DemoApp DemoApp.reg\n"
+                        "  REGEDIT4                               8-bit text, with --regedit4\n"
+                        "      zentreg export --regedit4 HKLM\\SOFTWARE\\Velkor&Amsel\\Zent Zent.reg\n"
+                        "  import reads both, and UTF-8 too:\n"
+                        "      zentreg import DemoApp.reg\n"
+                        "\n"
+                        "The environment variable ZENT_REGISTRY_DIR names the folder of both hives.\n"
+                        "\n"
+                        "Exit codes:\n"
+                        "  0  imported or exported\n"
+                        "  1  the file could not be read, parsed, applied or written; standard error\n"
+                        "     says why\n"
+                        "  2  wrong arguments; the usage is shown on standard error\n";
 
 } // namespace
 
@@ -371,11 +370,12 @@ private slots:
 
     void oddUtf16FileIsAnErrorNamingTheLine()
     {
-        const QByteArray whole = QByteArray("\xff\xfe") +
-                                 Utf16(QStringLiteral("Windows Registry Editor Version 5.00\r\n\r\n"
-                                                      "[HKEY_CURRENT_USER\\SOFTWARE\\Velkor&Amsel\\Zent\\Cut]\r\n"
-                                                      "\"a\"=\"b\"\r\n"
-                                                      "\"c\"=\"d\"\r\n"));
+        const QByteArray whole =
+            QByteArray("\xff\xfe") +
+            Utf16(QStringLiteral("Windows Registry Editor Version 5.00\r\n\r\n"
+                                 "[HKEY_CURRENT_USER\\SOFTWARE\\Velkor&Amsel\\Zent\\Cut]\r\n"
+                                 "\"a\"=\"b\"\r\n"
+                                 "\"c\"=\"d\"\r\n"));
         // Cut off in the middle of the last character, the line end of line 5.
         const QByteArray cut = whole.left(whole.size() - 1);
         RegFile file;
@@ -394,7 +394,8 @@ private slots:
         const Run run = Zentreg({QStringLiteral("import"), path});
         QCOMPARE(run.exitCode, 1);
         QCOMPARE(run.errors,
-                 QStringLiteral("zentreg: %1: line 5: incomplete UTF-16 character at the end of the file").arg(path));
+                 QStringLiteral("zentreg: %1: line 5: incomplete UTF-16 character at the end of the file")
+                     .arg(path));
         QCOMPARE(KeyState(Base + QStringLiteral("Cut")), ERROR_FILE_NOT_FOUND);
         QCOMPARE(KeyState(QStringLiteral("SOFTWARE")), ERROR_FILE_NOT_FOUND);
     }
