@@ -2,6 +2,7 @@
 // only. Start it as
 //
 //     zentdemo DemoApp Xml:Cfg.xml [--quit-after=<seconds>] [--exit-at-first-turn]
+//     zentdemo /h | --help | --version
 //
 // in a folder that holds Cfg.xml and splash.png. The configuration names the
 // splash, the language, the trace switches and the plug-in ZentDemo.dll,
@@ -12,11 +13,15 @@
 //                         runs without anybody at the screen)
 // --exit-at-first-turn    prints "zentdemo: first event-loop turn" when the
 //                         event loop first runs and ends (start-up timing)
+//
+// Exit codes: 0 ended (or help or version shown), 1 the start-up failed,
+// 2 the command line is wrong (its error and the help are shown).
 #include "application/cmdlinehelp.h"
 #include "application/zentapplication.h"
 #include "configuration/cfgcenter.h"
 #include "kvbase/errorhandler.h"
 #include "kvbase/kvexception.h"
+#include "programoptions.h"
 
 #include <QApplication>
 #include <QMessageBox>
@@ -27,6 +32,44 @@
 #include <cstring>
 
 namespace {
+
+const char* const HELP = "Usage: zentdemo AppKey CfgDoc [--quit-after=SECONDS] [--exit-at-first-turn]\n"
+                         "       zentdemo /h | --help | --version\n"
+                         "\n"
+                         "The demo application of the Zent family: it starts as every application of\n"
+                         "the family does (configuration, splash, single instance, translations,\n"
+                         "plug-ins) and opens a window that shows what the start-up found. Start it in\n"
+                         "a folder that holds its Cfg.xml and splash.png. A second start while one\n"
+                         "runs brings the first to the front and ends.\n"
+                         "\n"
+                         "Arguments:\n"
+                         "  AppKey   CfgKey[:PreDllList[:PostDllList]]: the application's key in the\n"
+                         "           configuration document (DemoApp), and plug-ins to load before and\n"
+                         "           after those the document names (comma-separated, each *.dll)\n"
+                         "  CfgDoc   CfgType:CfgTarget: where the configuration lives\n"
+                         "\n"
+                         "Backends, one example each:\n"
+                         "  Xml:FILE          an XML configuration file\n"
+                         "                      zentdemo DemoApp Xml:Cfg.xml\n"
+                         "  Server[:ADDRESS]  the configuration service on the machine ADDRESS (the\n"
+                         "                    local machine when left out), port 4000\n"
+                         "                      zentdemo DemoApp Server:192.0.2.10\n"
+                         "  The registry is not chosen on an application's command line; cfgcopy\n"
+                         "  copies a registry configuration into an XML file:\n"
+                         "                      cfgcopy DemoApp Registry DemoApp Xml:Cfg.xml\n"
+                         "\n"
+                         "Options:\n"
+                         "  --quit-after=SECONDS  commits the configuration and ends after SECONDS\n"
+                         "  --exit-at-first-turn  prints \"zentdemo: first event-loop turn\" when the\n"
+                         "                        event loop first runs, and ends\n"
+                         "  /h                    the family's command-line help, shown as a command-line\n"
+                         "                        error is: on the terminal, in the desktop's viewer, or\n"
+                         "                        on standard error\n"
+                         "\n"
+                         "Exit codes:\n"
+                         "  0  ended, or the help or the version was shown\n"
+                         "  1  the start-up failed; the message says why\n"
+                         "  2  the command line is wrong; its error and the help are shown\n";
 
 struct DemoOptions
 {
@@ -67,9 +110,15 @@ void PresentMessage(ErrorHandler::MessageKind kind, const QString& text)
 
 int main(int argc, char** argv)
 {
+    int exitCode = 0;
+    if (ProgramOptions::Answer(argc, argv, "zentdemo", HELP, exitCode))
+        return exitCode;
     CmdLineHelp help;
-    if (help.Display(argc, argv))
-        return 2;
+    if (help.Display(argc, argv)) {
+        // Help that was asked for is no error.
+        const bool helpAsked = argc >= 2 && std::strcmp(argv[1], "/h") == 0;
+        return helpAsked ? 0 : 2;
+    }
     const DemoOptions options = ParseOptions(argc, argv);
 
     // The expert trace shows every start-up step, even those before the

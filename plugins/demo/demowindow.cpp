@@ -1,5 +1,7 @@
 #include "demowindow.h"
 
+#include "democonfigurationsmenu.h"
+
 #include "application/translationcenter.h"
 #include "application/zentapplication.h"
 #include "application/zentqapplication.h"
@@ -19,6 +21,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QLocale>
+#include <QMenuBar>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QStatusBar>
@@ -54,6 +57,11 @@ DemoWindow::DemoWindow(const QString& configKey, QWidget* parent)
     layout->addWidget(CreateConfigurationGroup(), 1);
     layout->addWidget(CreateSettingsGroup());
     setCentralWidget(central);
+    auto* configurations =
+        new DemoConfigurationsMenu([this] { WriteSettings(); }, [this] { ReadSettings(); }, this);
+    connect(configurations, &DemoConfigurationsMenu::reported, this,
+            [this](const QString& text) { statusBar()->showMessage(text); });
+    menuBar()->addMenu(configurations);
     resize(620, 560);
     ReadSettings();
     statusBar()->showMessage(tr("Ready"));

@@ -117,15 +117,18 @@ bool CmdLineHelp::Display(int argc, char** argv)
     text += CreateHelpText();
 
     const QString fileName = HelpFileName(argc, argv);
+    const QByteArray bytes = text.toLatin1();
     QFile file(fileName);
-    // Writing and showing are best effort: the user still gets the exit, and
-    // there is nobody else to tell that the help could not be shown.
+    bool written = false;
     if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        file.write(text.toLatin1());
         // Flushed for the viewer; the file is closed only after the request returned.
-        file.flush();
+        written = file.write(bytes) == bytes.size() && file.flush();
     }
-    ZentOS::Create().DisplayTextFile(fileName);
+    // A user never meets a silent failure: a text that cannot be written or
+    // shown goes to standard error as it is.
+    ZentOS& os = ZentOS::Create();
+    if (!written || !os.DisplayTextFile(fileName))
+        os.WriteStandardError(bytes);
     return true;
 }
 

@@ -28,7 +28,8 @@ public:
     /// Checks the command line, or shows the help when argument 1 is "/h".
     /// When there is something to show (an error or the help), the text is
     /// written in Latin-1 to the file argument 0 + ".txt" and shown to the
-    /// user; failures to write or show it are ignored. Returns true when text
+    /// user; when the file cannot be written or shown, the same bytes go to
+    /// standard error. Returns true when text
     /// was shown (the application should end), false when the command line is
     /// good and nothing was written or shown.
     bool Display(int argc, char** argv);

@@ -1,5 +1,6 @@
 #include "application/zentqapplication.h"
 
+#include "application/iabstractterminationtarget.h"
 #include "application/zentapplication.h"
 #include "application/zentqapplication_p.h"
 #include "configuration/cfgcenter.h"
@@ -34,6 +35,33 @@ bool* HeldFlag(unsigned int key)
         return nullptr;
     }
 }
+
+// The folder pane is created with two zero arguments: not by the centre, so
+// the centre leaves it to its creator at the end. This keeper destroys it when
+// the application is told that it ends (the configuration centre still
+// exists then), and itself with it. A session manager's save request tells
+// that too; a later key combination opens a new pane.
+class FolderPaneKeeper : public IAbstractTerminationTarget
+{
+public:
+    explicit FolderPaneKeeper(IDllInstance* instance) : m_pInstance(instance) {}
+
+    void aboutToTerminate() override
+    {
+        try {
+            // Destroyed by somebody else already: then nothing is found.
+            CfgCenter::DestroyDllInstanceByPointer(m_pInstance);
+        } catch (const KVException& e) {
+            ErrorHandler::Instance().Message(e.GetMessage(), ErrorHandler::MSG_Error,
+                                             QStringLiteral("aboutToTerminate"),
+                                             QStringLiteral("FolderPaneKeeper"));
+        }
+        delete this;
+    }
+
+private:
+    IDllInstance* m_pInstance;
+};
 
 } // namespace
 
@@ -119,10 +147,11 @@ void ZentQApplication::OpenFolderPane()
         QString fileName = QStringLiteral("FolderPane.dll");
         QString name;
         IDllInstance* instance = CfgCenter::GetDllInstanceByFileName(fileName, name);
-        // Made by the centre's bookkeeping, so that the centre destroys it with
-        // the other plug-ins at the end; nobody else would.
-        if (!instance)
-            instance = CfgCenter::CreateDllInstanceByFileName(fileName, name, true, false);
+        if (!instance) {
+            instance = CfgCenter::CreateDllInstanceByFileName(fileName, name, false, false);
+            if (instance)
+                new FolderPaneKeeper(instance);
+        }
         if (instance)
             instance->Execute();
     } catch (const KVException& e) {

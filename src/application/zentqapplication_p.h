@@ -31,10 +31,14 @@ public:
 
 private slots:
     void OnActivationConnection();
+    void OnChannelListenerEnded();
     void OnClockChange();
     void OnTimeZoneFileEvent();
 
 private:
+    bool ListenOrWatch();
+    bool Listen(const QString& channel);
+    void RetryListenOrWatch();
     void WatchClock();
     void WatchTimeZoneFile();
     void ReadRequests(QLocalSocket* socket);
@@ -42,6 +46,12 @@ private:
 
     ZentQApplication* m_pApp;
     QLocalServer* m_pServer = nullptr;
+    // The bring-to-front channel this instance serves, or watches while
+    // another instance serves it, so as to take it over when that one ends.
+    QString m_sChannelName;
+    QLocalSocket* m_pChannelWatch = nullptr;
+    void* m_pChannelLock = nullptr;
+    int m_nChannelGeneration = 0;
     int m_nClockDescriptor = -1;
     QSocketNotifier* m_pClockNotifier = nullptr;
     QFileSystemWatcher* m_pTimeZoneWatcher = nullptr;

@@ -16,6 +16,7 @@
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QSocketNotifier>
+#include <QTimer>
 
 namespace {
 
@@ -26,6 +27,17 @@ constexpr unsigned int FIRST_REGISTERED_MESSAGE = 0xC000;
 constexpr unsigned int LAST_REGISTERED_MESSAGE = 0xFFFF;
 // A request is one short line; anything longer is not a request.
 constexpr qint64 MAX_REQUEST_LENGTH = 32;
+// How long a live instance has to answer on the channel, and how soon to look
+// again while another instance is taking the channel over.
+constexpr int CHANNEL_PROBE_MS = 500;
+constexpr int CHANNEL_RETRY_MS = 200;
+
+// Held by the instance that serves the channel, so that of the instances
+// watching it exactly one takes it over when it ends.
+QString ChannelLockName(const QString& name)
+{
+    return name + QStringLiteral(":bring-to-front");
+}
 
 unsigned int VirtualKey(int qtKey)
 {
@@ -83,20 +95,77 @@ ZentQApplicationSources::~ZentQApplicationSources()
 {
     delete m_pClockNotifier;
     ZentOS::Create().CloseClockChangeNotifier(m_nClockDescriptor);
+    ZentOS::Create().CloseNamedLock(m_pChannelLock);
 }
 
 bool ZentQApplicationSources::ListenForActivation(const QString& name)
 {
-    const QString channel = ZentOS::Create().GetMessageChannel(name);
-    // A live instance answers on the channel and keeps it. Anything else
-    // there was left by a crashed instance: listening replaces it.
-    QLocalSocket probe;
-    probe.connectToServer(channel);
-    if (probe.waitForConnected(500)) {
+    m_sChannelName = name;
+    ++m_nChannelGeneration;
+    delete m_pChannelWatch;
+    m_pChannelWatch = nullptr;
+    return ListenOrWatch();
+}
+
+// A live instance answers on the channel and keeps it; this one stays
+// connected to it and takes the channel over when that instance ends, so that
+// a later start still finds somebody to bring to the front. Anything else on
+// the channel was left by a crashed instance: listening replaces it.
+bool ZentQApplicationSources::ListenOrWatch()
+{
+    ZentOS& os = ZentOS::Create();
+    const QString channel = os.GetMessageChannel(m_sChannelName);
+    auto* probe = new QLocalSocket(this);
+    probe->connectToServer(channel);
+    if (probe->waitForConnected(CHANNEL_PROBE_MS)) {
         _Q_Trace(QStringLiteral("Another instance receives the bring-to-front requests on %1").arg(channel),
                  SOURCE_FILE, __LINE__);
+        m_pChannelWatch = probe;
+        connect(probe, &QLocalSocket::disconnected, this, &ZentQApplicationSources::OnChannelListenerEnded);
         return false;
     }
+    delete probe;
+    void* lock = os.TryExclusiveLock(ChannelLockName(m_sChannelName));
+    if (!lock) {
+        // Another instance is taking the channel over just now.
+        RetryListenOrWatch();
+        return false;
+    }
+    if (!Listen(channel)) {
+        os.CloseNamedLock(lock);
+        return false;
+    }
+    os.CloseNamedLock(m_pChannelLock);
+    m_pChannelLock = lock;
+    return true;
+}
+
+void ZentQApplicationSources::RetryListenOrWatch()
+{
+    const int generation = m_nChannelGeneration;
+    QTimer::singleShot(CHANNEL_RETRY_MS, this, [this, generation] {
+        if (generation == m_nChannelGeneration && !m_pChannelWatch)
+            ListenOrWatch();
+    });
+}
+
+void ZentQApplicationSources::OnChannelListenerEnded()
+{
+    auto* watch = qobject_cast<QLocalSocket*>(sender());
+    if (!watch || watch != m_pChannelWatch)
+        return;
+    m_pChannelWatch = nullptr;
+    watch->deleteLater();
+    _Q_Trace(QStringLiteral("The instance that received the bring-to-front requests of \"%1\" ended")
+                 .arg(m_sChannelName),
+             SOURCE_FILE, __LINE__);
+    if (ListenOrWatch())
+        _Q_Trace(QStringLiteral("Bring-to-front requests of \"%1\" taken over").arg(m_sChannelName),
+                 SOURCE_FILE, __LINE__);
+}
+
+bool ZentQApplicationSources::Listen(const QString& channel)
+{
     // The runtime directory is the user's alone, and the peer's user is
     // checked on every connection; the socket needs no access options of its
     // own (which would cost a temporary directory and a rename at each start).

@@ -39,7 +39,9 @@ bool IsRealDisplay()
 bool AskContinueInMessageBox(const QString& text)
 {
     QMessageBox box(QMessageBox::Question, QCoreApplication::applicationName(), text);
-    QPushButton* continueButton = box.addButton(QStringLiteral("Continue"), QMessageBox::AcceptRole);
+    // The translation centre installs KVBase_<language>.qm for this text.
+    QPushButton* continueButton =
+        box.addButton(QCoreApplication::translate("KVBase", "Continue"), QMessageBox::AcceptRole);
     box.addButton(QMessageBox::Cancel);
     box.exec();
     return box.clickedButton() == continueButton;

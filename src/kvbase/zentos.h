@@ -110,8 +110,13 @@ public:
     /// Starts a program with one argument, detached from this process.
     virtual bool StartProgram(const QString& program, const QString& argument);
     /// Shows a text file to the user: printed when standard output is a
-    /// terminal, otherwise opened with the desktop's viewer.
+    /// terminal, otherwise opened with the desktop's viewer when a desktop
+    /// session is there. False when it could not be shown that way (no
+    /// terminal and no desktop, the viewer missing or failing, the file
+    /// unreadable): the caller then writes the text to standard error.
     virtual bool DisplayTextFile(const QString& fileName);
+    /// Writes `bytes` to standard error as they are; true when all were written.
+    virtual bool WriteStandardError(const QByteArray& bytes);
 
     // One instance per application and user. The lock of a name exists while
     // a live process holds it: the system drops it with its holder, so a
@@ -123,6 +128,9 @@ public:
     virtual void* CreateNamedLock(const QString& name);
     /// Releases a lock of CreateNamedLock; null is ignored.
     virtual void CloseNamedLock(void* handle);
+    /// Holds the lock `name` alone, until CloseNamedLock or the process's end;
+    /// null at once when another holder has it (or it cannot be made).
+    virtual void* TryExclusiveLock(const QString& name);
     /// The message number of `name`: the same in every process, 0xC000 to 0xFFFF.
     virtual unsigned int RegisterMessage(const QString& name);
     /// Where the first instance of `name` listens for the messages of later

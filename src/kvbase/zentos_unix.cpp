@@ -27,6 +27,8 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/timerfd.h>
+#include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace {
@@ -219,16 +221,113 @@ bool ZentOS::StartProgram(const QString& program, const QString& argument)
     return QProcess::startDetached(program, QStringList{argument});
 }
 
+// Showing text to the user.
+namespace {
+
+// How long the desktop's opener has to say whether it could open a file. One
+// still running by then has a viewer in its foreground, so it is showing the
+// file, and it is left to run.
+constexpr int VIEWER_VERDICT_MS = 3000;
+constexpr int VIEWER_POLL_MS = 10;
+
+bool WriteAll(int fd, const QByteArray& bytes)
+{
+    const char* data = bytes.constData();
+    size_t left = static_cast<size_t>(bytes.size());
+    while (left > 0) {
+        const ssize_t written = ::write(fd, data, left);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        data += written;
+        left -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+bool DesktopSessionPresent()
+{
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY"}) {
+        const char* value = std::getenv(name);
+        if (value && *value)
+            return true;
+    }
+    return false;
+}
+
+// Runs in the forked child, so only async-signal-safe calls: starts the
+// viewer in a grandchild (which init adopts once this child has ended) and
+// ends with the viewer's exit code, or 0 when the viewer still runs after
+// VIEWER_VERDICT_MS.
+[[noreturn]] void RunViewerAndReportVerdict(char* const* argv)
+{
+    ::setsid();
+    const pid_t viewer = ::fork();
+    if (viewer < 0)
+        ::_exit(127);
+    if (viewer == 0) {
+        // The viewer's own output must not mix into a redirected standard output.
+        const int devNull = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+        if (devNull >= 0) {
+            ::dup2(devNull, STDIN_FILENO);
+            ::dup2(devNull, STDOUT_FILENO);
+        }
+        ::execv(argv[0], argv);
+        ::_exit(127);
+    }
+    for (int waited = 0; waited < VIEWER_VERDICT_MS; waited += VIEWER_POLL_MS) {
+        int status = 0;
+        const pid_t ended = ::waitpid(viewer, &status, WNOHANG);
+        if (ended == viewer)
+            ::_exit(WIFEXITED(status) ? WEXITSTATUS(status) : 126);
+        if (ended < 0 && errno != EINTR)
+            ::_exit(126);
+        const timespec pause{0, VIEWER_POLL_MS * 1000L * 1000L};
+        ::nanosleep(&pause, nullptr);
+    }
+    ::_exit(0);
+}
+
+// Opens `fileName` with `viewer`, detached; true unless the viewer failed
+// within VIEWER_VERDICT_MS.
+bool StartViewer(const QString& viewer, const QString& fileName)
+{
+    QByteArray program = QFile::encodeName(viewer);
+    QByteArray file = QFile::encodeName(fileName);
+    char* const argv[] = {program.data(), file.data(), nullptr};
+    const pid_t child = ::fork();
+    if (child < 0)
+        return false;
+    if (child == 0)
+        RunViewerAndReportVerdict(argv);
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR)
+            return false;
+    }
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+} // namespace
+
 bool ZentOS::DisplayTextFile(const QString& fileName)
 {
     if (isatty(STDOUT_FILENO)) {
         QFile file(fileName);
         if (!file.open(QIODevice::ReadOnly))
             return false;
-        const QByteArray bytes = file.readAll();
-        return ::write(STDOUT_FILENO, bytes.constData(), static_cast<size_t>(bytes.size())) == bytes.size();
+        return WriteAll(STDOUT_FILENO, file.readAll());
     }
-    return StartProgram(QStringLiteral("xdg-open"), fileName);
+    if (!DesktopSessionPresent())
+        return false;
+    const QString viewer = QStandardPaths::findExecutable(QStringLiteral("xdg-open"));
+    return !viewer.isEmpty() && QFileInfo(fileName).isFile() && StartViewer(viewer, fileName);
+}
+
+bool ZentOS::WriteStandardError(const QByteArray& bytes)
+{
+    return WriteAll(STDERR_FILENO, bytes);
 }
 
 qint64 ZentOS::GetTime() const
@@ -336,6 +435,18 @@ void ZentOS::CloseNamedLock(void* handle)
         return;
     ::close(lock->fd);
     delete lock;
+}
+
+void* ZentOS::TryExclusiveLock(const QString& name)
+{
+    const int fd = ::open(LockFileName(name).constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd < 0)
+        return nullptr;
+    if (FlockRetryingOnSignal(fd, LOCK_EX | LOCK_NB) != 0) {
+        ::close(fd);
+        return nullptr;
+    }
+    return new NamedLockHandle{fd};
 }
 
 unsigned int ZentOS::RegisterMessage(const QString& name)

@@ -15,7 +15,8 @@
 
 #include <memory>
 
-/// Records which files would have been shown, and what they held, instead of opening a viewer.
+/// Records which files would have been shown, and what they held, instead of
+/// opening a viewer; and what would have gone to standard error.
 class RecordingOS : public ZentOS
 {
 public:
@@ -26,6 +27,12 @@ public:
         return m_result;
     }
 
+    bool WriteStandardError(const QByteArray& bytes) override
+    {
+        m_standardError += bytes;
+        return true;
+    }
+
     static QByteArray ReadFile(const QString& fileName)
     {
         QFile file(fileName);
@@ -34,6 +41,7 @@ public:
 
     QStringList m_shown;
     QList<QByteArray> m_shownContent;
+    QByteArray m_standardError;
     bool m_result = true;
 };
 
@@ -82,6 +90,23 @@ inline QString ExpectedCfgDocBlock()
            QLatin1String(" the server is installed on.\n") + blanks27 +
            QLatin1String("default: The IP address of the local machine.\n") + tabs13 +
            QLatin1String(" default: Port is 4000\n");
+}
+
+/// The help text of CmdLineHelp.
+inline QString ExpectedHelpText()
+{
+    const QString indent(15, QLatin1Char(' '));
+    return QLatin1String("zent.exe AppKey CfgDoc\n") + QLatin1String("\n") +
+           QLatin1String("AppKey     =   CfgKey:DllList:DllList\n") +
+           QLatin1String("CfgKey     =   The case sensitive key in the configuration document CfgDoc.\n") +
+           indent + QLatin1String("* specifies the whole CfgDoc, not even a single key.\n") +
+           QLatin1String("DllList    =   Comma seperated list of dlls. Extension .dll is expected.\n") +
+           indent + QLatin1String("Dlls after the first : will be loaded before loading\n") + indent +
+           QLatin1String("Dlls specified in CfgDoc.\n") + indent +
+           QLatin1String("Dlls after the second : will be loaded after loading\n") + indent +
+           QLatin1String("the dlls specified in CfgDoc.\n") + QLatin1String("\n") + ExpectedCfgDocBlock() +
+           QLatin1String("\n") + QLatin1String("Example:\n") +
+           QLatin1String("zent.exe QX310DRV:NoticeBox.dll,FolderPane.dll Server:192.0.2.10\n");
 }
 
 #endif

@@ -21,22 +21,6 @@ public:
 
 const QByteArray TEN_THOUSAND_COLONS(10000, ':');
 
-QString ExpectedHelpText()
-{
-    const QString indent(15, QLatin1Char(' '));
-    return QLatin1String("zent.exe AppKey CfgDoc\n") + QLatin1String("\n") +
-           QLatin1String("AppKey     =   CfgKey:DllList:DllList\n") +
-           QLatin1String("CfgKey     =   The case sensitive key in the configuration document CfgDoc.\n") +
-           indent + QLatin1String("* specifies the whole CfgDoc, not even a single key.\n") +
-           QLatin1String("DllList    =   Comma seperated list of dlls. Extension .dll is expected.\n") +
-           indent + QLatin1String("Dlls after the first : will be loaded before loading\n") + indent +
-           QLatin1String("Dlls specified in CfgDoc.\n") + indent +
-           QLatin1String("Dlls after the second : will be loaded after loading\n") + indent +
-           QLatin1String("the dlls specified in CfgDoc.\n") + QLatin1String("\n") + ExpectedCfgDocBlock() +
-           QLatin1String("\n") + QLatin1String("Example:\n") +
-           QLatin1String("zent.exe QX310DRV:NoticeBox.dll,FolderPane.dll Server:192.0.2.10\n");
-}
-
 QString ErrorText(const QString& fragment)
 {
     return QLatin1String("Command line error") + fragment + QLatin1String("\nSee command line help:\n\n") +
@@ -80,8 +64,8 @@ private slots:
     void displayComposesTheFullErrorText();
     void displayWritesLatin1();
     void displayTruncatesAnOldHelpFile();
-    void displayIgnoresUnwritableHelpFile();
-    void displayIgnoresFailureToShow();
+    void displayOfUnwritableHelpFileGoesToStandardError();
+    void displayFailingToShowGoesToStandardError();
     void displayKeepsProgramName();
     void copyAndAssignmentCopyProgramName();
 
@@ -344,6 +328,8 @@ void TestCmdLineHelp::displayWithoutArgumentsShowsErrorAndHelp()
     const QByteArray expected = ErrorText(", the argument AppKey is missing.").toLatin1();
     QCOMPARE(m_env->os.m_shownContent.value(0), expected);
     QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), expected);
+    // Shown, so nothing on standard error.
+    QCOMPARE(m_env->os.m_standardError, QByteArray());
 }
 
 void TestCmdLineHelp::displayOfHelpRequestShowsOnlyHelp()
@@ -428,18 +414,18 @@ void TestCmdLineHelp::displayTruncatesAnOldHelpFile()
     QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), ExpectedHelpText().toLatin1());
 }
 
-void TestCmdLineHelp::displayIgnoresUnwritableHelpFile()
+void TestCmdLineHelp::displayOfUnwritableHelpFileGoesToStandardError()
 {
     const QByteArray program = m_env->Program("missing-folder/prog");
     CmdLineHelp help;
     QCOMPARE(Display(help, {program, "/h"}), true);
     QCOMPARE(QFile::exists(HelpFileOf(program)), false);
-    // The file is still offered for showing; the viewer finds nothing.
-    QCOMPARE(m_env->os.m_shown, QStringList{HelpFileOf(program)});
-    QCOMPARE(m_env->os.m_shownContent.value(0), QByteArray("<unreadable>"));
+    // No file to show: the text itself goes to standard error.
+    QCOMPARE(m_env->os.m_shown, QStringList());
+    QCOMPARE(m_env->os.m_standardError, ExpectedHelpText().toLatin1());
 }
 
-void TestCmdLineHelp::displayIgnoresFailureToShow()
+void TestCmdLineHelp::displayFailingToShowGoesToStandardError()
 {
     m_env->os.m_result = false;
     const QByteArray program = m_env->Program("prog");
@@ -447,6 +433,7 @@ void TestCmdLineHelp::displayIgnoresFailureToShow()
     QCOMPARE(Display(help, {program, "A"}), true);
     QCOMPARE(m_env->os.m_shown, QStringList{HelpFileOf(program)});
     QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), ErrorText(CFGKEY_ERROR).toLatin1());
+    QCOMPARE(m_env->os.m_standardError, ErrorText(CFGKEY_ERROR).toLatin1());
 }
 
 void TestCmdLineHelp::displayKeepsProgramName()

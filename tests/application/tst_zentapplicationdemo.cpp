@@ -1,6 +1,8 @@
 // The demo application end to end, without a display: zentdemo runs in a
 // working folder with its shipped configuration, prints its trace, saves its
 // configuration and ends by itself.
+#include "application/cmdlinehelptestsupport.h"
+#include "common/scriptrun.h"
 #include "kvbase/zentos.h"
 #include "zentapplication/startuptestsupport.h"
 
@@ -21,6 +23,45 @@ namespace {
 const QString DEMO_PROGRAM = QStringLiteral(ZENT_DEMO_PROGRAM);
 const QString DEMO_DATA = QStringLiteral(ZENT_DEMO_DATA_DIR);
 constexpr int RUN_TIMEOUT_MS = 40000;
+
+const QByteArray DEMO_HELP =
+    "Usage: zentdemo AppKey CfgDoc [--quit-after=SECONDS] [--exit-at-first-turn]\n"
+    "       zentdemo /h | --help | --version\n"
+    "\n"
+    "The demo application of the Zent family: it starts as every application of\n"
+    "the family does (configuration, splash, single instance, translations,\n"
+    "plug-ins) and opens a window that shows what the start-up found. Start it in\n"
+    "a folder that holds its Cfg.xml and splash.png. A second start while one\n"
+    "runs brings the first to the front and ends.\n"
+    "\n"
+    "Arguments:\n"
+    "  AppKey   CfgKey[:PreDllList[:PostDllList]]: the application's key in the\n"
+    "           configuration document (DemoApp), and plug-ins to load before and\n"
+    "           after those the document names (comma-separated, each *.dll)\n"
+    "  CfgDoc   CfgType:CfgTarget: where the configuration lives\n"
+    "\n"
+    "Backends, one example each:\n"
+    "  Xml:FILE          an XML configuration file\n"
+    "                      zentdemo DemoApp Xml:Cfg.xml\n"
+    "  Server[:ADDRESS]  the configuration service on the machine ADDRESS (the\n"
+    "                    local machine when left out), port 4000\n"
+    "                      zentdemo DemoApp Server:192.0.2.10\n"
+    "  The registry is not chosen on an application's command line; cfgcopy\n"
+    "  copies a registry configuration into an XML file:\n"
+    "                      cfgcopy DemoApp Registry DemoApp Xml:Cfg.xml\n"
+    "\n"
+    "Options:\n"
+    "  --quit-after=SECONDS  commits the configuration and ends after SECONDS\n"
+    "  --exit-at-first-turn  prints \"zentdemo: first event-loop turn\" when the\n"
+    "                        event loop first runs, and ends\n"
+    "  /h                    the family's command-line help, shown as a command-line\n"
+    "                        error is: on the terminal, in the desktop's viewer, or\n"
+    "                        on standard error\n"
+    "\n"
+    "Exit codes:\n"
+    "  0  ended, or the help or the version was shown\n"
+    "  1  the start-up failed; the message says why\n"
+    "  2  the command line is wrong; its error and the help are shown\n";
 
 /// The text of every "zent.trace" line, without its source and line number.
 QStringList TraceTexts(const QString& errors)
@@ -118,8 +159,15 @@ private slots:
     void headlessRunTracesEveryStepSavesAndEnds();
     void savedConfigurationCarriesOverToTheNextStart();
     void secondDemoBringsTheFirstToTheFrontAndEnds();
+    void commandLineHelpReachesStandardErrorWithoutTerminalOrViewer_data();
+    void commandLineHelpReachesStandardErrorWithoutTerminalOrViewer();
+    void helpOptionPrintsOnStandardOutput();
+    void versionIsTheProjectVersion();
 
 private:
+    /// zentdemo as a link in the working folder, so that its help file lands there.
+    QString LinkedDemo() const;
+
     QTemporaryDir m_runtimeDir;
     QByteArray m_savedRuntimeDir;
     std::unique_ptr<QTemporaryDir> m_dir;
@@ -144,7 +192,8 @@ void TestZentApplicationDemo::init()
     // A fresh copy of what the demo ships, as scripts/run-demo makes it.
     m_dir.reset(new QTemporaryDir);
     QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
-    for (const QString& file : {QStringLiteral("Cfg.xml"), QStringLiteral("splash.png")})
+    for (const QString& file :
+         {QStringLiteral("Cfg.xml"), QStringLiteral("splash.png"), QStringLiteral("KVBase_de.qm")})
         QVERIFY(QFile::copy(DEMO_DATA + QLatin1Char('/') + file, m_dir->filePath(file)));
 }
 
@@ -168,32 +217,30 @@ void TestZentApplicationDemo::headlessRunTracesEveryStepSavesAndEnds()
         QStringLiteral("Start-up: splash splash.png shown"),
         QStringLiteral("Start-up: locale ") + QLocale::system().name(),
         QStringLiteral("Start-up: single-instance lock of \"DemoApp\" held"),
-        QStringLiteral(
-            "Translation: Could not find the following translation files: %1/KVBase_de.qm, %1/qt_de.qm")
+        QStringLiteral("Translation: Successfully loaded the following translation files: %1/KVBase_de.qm")
+            .arg(m_dir->path()),
+        // Qt's own texts are the system's (run-demo copies them when they are installed).
+        QStringLiteral("Translation: Could not find the following translation files: %1/qt_de.qm")
             .arg(binDir),
-        QStringLiteral("Start-up: translations initialised"),
-        QStringLiteral("Start-up: window icon set"),
-        QStringLiteral("Dll ZentDemo.dll loaded"),
-        QStringLiteral("Demo plug-in: created for DemoApp\\Demo"),
+        QStringLiteral("Start-up: translations initialised"), QStringLiteral("Start-up: window icon set"),
+        QStringLiteral("Dll ZentDemo.dll loaded"), QStringLiteral("Demo plug-in: created for DemoApp\\Demo"),
         instance + QStringLiteral(" successfully created !"),
-        QStringLiteral("Start-up: additional plug-ins loaded"),
-        QStringLiteral("Started !"),
-        QStringLiteral("Demo plug-in: start number 1"),
-        QStringLiteral("Demo plug-in: main window shown"),
-        QStringLiteral("Start-up: plug-ins executed"),
-        QStringLiteral("Demo plug-in: splash hidden"),
-        QStringLiteral("Demo plug-in: data committed"),
-        QStringLiteral("Tear-down: begins"),
+        QStringLiteral("Start-up: additional plug-ins loaded"), QStringLiteral("Started !"),
+        QStringLiteral("Demo plug-in: start number 1"), QStringLiteral("Demo plug-in: main window shown"),
+        QStringLiteral("Start-up: plug-ins executed"), QStringLiteral("Demo plug-in: splash hidden"),
+        QStringLiteral("Demo plug-in: data committed"), QStringLiteral("Tear-down: begins"),
         QStringLiteral("Demo plug-in: the application ends"),
         QStringLiteral("Tear-down: plug-in instances told that the application ends"),
-        QStringLiteral("Demo plug-in: destroyed"),
-        instance + QStringLiteral(" destroyed !"),
-        QStringLiteral("Dll ZentDemo.dll unloaded"),
-        QStringLiteral("Tear-down: plug-in instances destroyed"),
+        QStringLiteral("Demo plug-in: destroyed"), instance + QStringLiteral(" destroyed !"),
+        QStringLiteral("Dll ZentDemo.dll unloaded"), QStringLiteral("Tear-down: plug-in instances destroyed"),
         QStringLiteral("Tear-down: termination targets notified"),
         QStringLiteral("Tear-down: configuration saved and closed"),
         QStringLiteral("Tear-down: Qt application object deleted")};
     QCOMPARE(demo.Traces(), expected);
+    // No module of the family goes without its translation.
+    for (const QString& trace : demo.Traces().filter(QStringLiteral("Could not find")))
+        QVERIFY2(!trace.contains(QLatin1String("KVBase_")) && !trace.contains(QLatin1String("zentdemo_")),
+                 qPrintable(trace));
     QVERIFY(
         demo.Errors().contains(QStringLiteral("zent.trace: application/zentapplication:323 Started !\n")));
     QVERIFY(
@@ -266,6 +313,82 @@ void TestZentApplicationDemo::secondDemoBringsTheFirstToTheFrontAndEnds()
     QVERIFY2(first.ExitCode() == 0, qPrintable(first.Errors()));
     QCOMPARE(first.Traces().filter(QStringLiteral("Demo plug-in: start number")),
              QStringList({QStringLiteral("Demo plug-in: start number 1")}));
+}
+
+QString TestZentApplicationDemo::LinkedDemo() const
+{
+    const QString link = m_dir->filePath(QStringLiteral("zentdemo"));
+    if (!QFileInfo::exists(link))
+        QFile::link(DEMO_PROGRAM, link);
+    return link;
+}
+
+void TestZentApplicationDemo::commandLineHelpReachesStandardErrorWithoutTerminalOrViewer_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("display");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("text");
+    const QString error = QStringLiteral("Command line error");
+    const QString see = QStringLiteral("\nSee command line help:\n\n");
+    const QString missing =
+        error + QStringLiteral(", the argument AppKey is missing.") + see + ExpectedHelpText();
+    QTest::newRow("no_arguments_desktop_without_viewer")
+        << QStringList() << QByteArray(":97") << 2 << missing;
+    QTest::newRow("no_arguments_no_desktop") << QStringList() << QByteArray() << 2 << missing;
+    QTest::newRow("registry_refused")
+        << QStringList{QStringLiteral("DemoApp"), QStringLiteral("Registry")} << QByteArray(":97") << 2
+        << error + QStringLiteral(" in CfgDoc: Unknown CfgType.") + see + ExpectedHelpText();
+    QTest::newRow("bad_key") << QStringList{QStringLiteral("--quit-after=1")} << QByteArray() << 2
+                             << error +
+                                    QStringLiteral(
+                                        " in AppKey in CfgKey: not all characters are alphanumeric.") +
+                                    see + ExpectedHelpText();
+    QTest::newRow("help_asked_for") << QStringList{QStringLiteral("/h")} << QByteArray(":97") << 0
+                                    << ExpectedHelpText();
+}
+
+void TestZentApplicationDemo::commandLineHelpReachesStandardErrorWithoutTerminalOrViewer()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QByteArray, display);
+    QFETCH(int, exitCode);
+    QFETCH(QString, text);
+    const QString program = LinkedDemo();
+    const ScriptRun run = RunLikeAScript(program, arguments, m_dir->path(), display);
+    QVERIFY(run.finished);
+    QCOMPARE(run.exitStatus, QProcess::NormalExit);
+    QCOMPARE(run.exitCode, exitCode);
+    QCOMPARE(run.output, QByteArray());
+    QCOMPARE(run.errors, text.toLatin1());
+    // The help file beside the program holds the same bytes.
+    QFile helpFile(program + QStringLiteral(".txt"));
+    QVERIFY(helpFile.open(QIODevice::ReadOnly));
+    QCOMPARE(helpFile.readAll(), text.toLatin1());
+}
+
+void TestZentApplicationDemo::helpOptionPrintsOnStandardOutput()
+{
+    const QString program = LinkedDemo();
+    const ScriptRun run =
+        RunLikeAScript(program, {QStringLiteral("--help")}, m_dir->path(), QByteArray(":97"));
+    QVERIFY(run.finished);
+    QCOMPARE(run.exitStatus, QProcess::NormalExit);
+    QCOMPARE(run.exitCode, 0);
+    QCOMPARE(run.output, DEMO_HELP);
+    QCOMPARE(run.errors, QByteArray());
+    // Nothing to show in a viewer, so no help file either.
+    QCOMPARE(QFileInfo::exists(program + QStringLiteral(".txt")), false);
+}
+
+void TestZentApplicationDemo::versionIsTheProjectVersion()
+{
+    const ScriptRun run =
+        RunLikeAScript(DEMO_PROGRAM, {QStringLiteral("--version")}, m_dir->path(), QByteArray());
+    QVERIFY(run.finished);
+    QCOMPARE(run.exitCode, 0);
+    QCOMPARE(run.output, QByteArray("zentdemo " ZENT_VERSION "\n"));
+    QCOMPARE(run.errors, QByteArray());
 }
 
 QTEST_GUILESS_MAIN(TestZentApplicationDemo)

@@ -140,6 +140,8 @@ private slots:
     void withoutOnceBothInstancesRun();
     void otherApplicationsDoNotCount();
     void crashedFirstInstanceNeverBlocksANewStart();
+    void channelIsTakenOverWhenItsListenerEndsWhileAnotherLives_data();
+    void channelIsTakenOverWhenItsListenerEndsWhileAnotherLives();
     void anotherUserCannotActivate();
     void peerOfAnotherUserIsRecognised();
     void tearDownTracesAKVExceptionAndSkipsTheRest();
@@ -304,6 +306,48 @@ void TestZentApplicationInstance::crashedFirstInstanceNeverBlocksANewStart()
     QCOMPARE(third.PluginEvents(), QString());
     QVERIFY(second.WaitForLine(QStringLiteral("activated HelperWindow")));
     QVERIFY(second.Quit());
+}
+
+void TestZentApplicationInstance::channelIsTakenOverWhenItsListenerEndsWhileAnotherLives_data()
+{
+    QTest::addColumn<bool>("crash");
+    QTest::newRow("listener_quits") << false;
+    QTest::newRow("listener_crashes") << true;
+}
+
+void TestZentApplicationInstance::channelIsTakenOverWhenItsListenerEndsWhileAnotherLives()
+{
+    QFETCH(bool, crash);
+    // The first two run side by side without "Once"; the first listens.
+    QVERIFY(WriteCfg(QStringLiteral("<Once>false</Once>")));
+    Instance first(m_dir->path(), QStringLiteral("first"));
+    first.Start(APP_KEY, {QStringLiteral("--window")});
+    QVERIFY2(first.WaitForLine(QStringLiteral("window-shown")), qPrintable(first.Errors()));
+    Instance second(m_dir->path(), QStringLiteral("second"));
+    second.Start(APP_KEY, {QStringLiteral("--window")});
+    QVERIFY2(second.WaitForLine(QStringLiteral("window-shown")), qPrintable(second.Errors()));
+
+    if (crash)
+        first.Kill();
+    else
+        QVERIFY(first.Quit());
+    QVERIFY(ZentOS::Create().NamedLockExists(APP_KEY));
+
+    // A start with "Once" (its own document, the same key) still finds an
+    // instance to bring to the front, and ends.
+    QVERIFY(WriteFile(m_dir->filePath(QStringLiteral("Once.xml")),
+                      StartupCfg(APP_KEY, QStringLiteral("<Once>true</Once>"))));
+    Instance third(m_dir->path(), QStringLiteral("third"));
+    third.Start({APP_KEY, QStringLiteral("Xml:Once.xml")});
+    QVERIFY(third.WaitForEnd());
+    QVERIFY2(third.ExitCode() == 0, qPrintable(third.Errors()));
+    QCOMPARE(third.Lines(),
+             QStringList({QStringLiteral("init-returned"), QStringLiteral("exec-returned 0")}));
+    QCOMPARE(third.PluginEvents(), QString());
+    QVERIFY(second.WaitForLine(QStringLiteral("activated HelperWindow")));
+    QVERIFY(!first.Lines().contains(QStringLiteral("activated HelperWindow")));
+    QVERIFY(second.Quit());
+    QCOMPARE(second.ExitCode(), 0);
 }
 
 void TestZentApplicationInstance::anotherUserCannotActivate()

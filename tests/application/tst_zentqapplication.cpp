@@ -7,6 +7,7 @@
 #include "application/zentapplication.h"
 #include "application/zentqapplication.h"
 #include "configuration/cfgcenter.h"
+#include "configuration/dlldescriptor.h"
 #include "kvbase/errorhandler.h"
 #include "kvbase/zentos.h"
 #include "zentapplication/startuptestsupport.h"
@@ -25,6 +26,7 @@
 #include <QTimer>
 #include <QWidget>
 #include <QWindow>
+#include <algorithm>
 #include <thread>
 
 #include <fcntl.h>
@@ -497,6 +499,15 @@ void TestZentQApplication::controlShiftAltF12OpensFolderPaneOnceAndReusesIt()
              before + QStringLiteral("\nFolderPane create \nFolderPane execute\nFolderPane execute"));
     IDllInstance* instance = CfgCenter::GetDllInstanceByFileName(QStringLiteral("FolderPane.dll"), QString());
     QVERIFY(instance);
+    // Created with two zero arguments: not by the centre, and loaded as usual.
+    const CfgCenter::DllInstanceList* instances = CfgCenter::GetDllInstanceList();
+    QVERIFY(instances);
+    const auto descriptor =
+        std::find_if(instances->begin(), instances->end(),
+                     [instance](const DllInstanceDescriptor* d) { return d->GetInstance() == instance; });
+    QVERIFY(descriptor != instances->end());
+    QCOMPARE((*descriptor)->IsCreatedByCenter(), false);
+    QCOMPARE((*descriptor)->GetInstanceKey(), QString());
 
     PressCombination(window->windowHandle(), {Qt::Key_Alt, Qt::Key_Shift, Qt::Key_Control});
     QCOMPARE(PluginEvents(),
@@ -557,15 +568,19 @@ void TestZentQApplication::commitDataRequestReachesTheApplication()
         QSKIP("This Qt has no session manager object");
     RecordingTarget target;
     const QString before = PluginEvents();
+    const bool folderPaneOpen =
+        CfgCenter::GetDllInstanceByFileName(QStringLiteral("FolderPane.dll"), QString()) != nullptr;
     QVERIFY(!CfgCenter::DataCommitted());
     emit QApp()->commitDataRequest(*manager);
     QVERIFY(CfgCenter::DataCommitted());
     QCOMPARE(target.m_nCalls, 1);
     // Every plug-in instance commits, in the order of creation.
-    const bool folderPaneOpen =
-        CfgCenter::GetDllInstanceByFileName(QStringLiteral("FolderPane.dll"), QString());
-    QCOMPARE(PluginEvents(), before + QStringLiteral("\nStartupPlugin commit") +
-                                 (folderPaneOpen ? QStringLiteral("\nFolderPane commit") : QString()));
+    // The folder pane (opened by the key tests) commits too, and its creator
+    // destroys it when the application is told that it ends.
+    QCOMPARE(PluginEvents(),
+             before + QStringLiteral("\nStartupPlugin commit") +
+                 (folderPaneOpen ? QStringLiteral("\nFolderPane commit\nFolderPane destroy") : QString()));
+    QCOMPARE(CfgCenter::GetDllInstanceByFileName(QStringLiteral("FolderPane.dll"), QString()), nullptr);
 }
 
 int main(int argc, char** argv)

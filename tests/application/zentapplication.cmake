@@ -39,7 +39,8 @@ if(TARGET zentdemo)
     zent_startup_test(zentapplicationdemo SOURCES tst_zentapplicationdemo.cpp LIBRARIES Qt5::Xml)
     target_compile_definitions(tst_zentapplicationdemo PRIVATE
         ZENT_DEMO_PROGRAM="$<TARGET_FILE:zentdemo>"
-        ZENT_DEMO_DATA_DIR="${PROJECT_BINARY_DIR}/examples/demo")
+        ZENT_DEMO_DATA_DIR="${PROJECT_BINARY_DIR}/examples/demo"
+        ZENT_VERSION="${PROJECT_VERSION}")
     add_dependencies(tst_zentapplicationdemo zentdemo)
 
     # On a real X server with two screens: where the splash appears, and

@@ -6,6 +6,7 @@
 // writing registry values and XML documents from outside.
 
 #include "common/rawregistry.h"
+#include "common/scriptrun.h"
 #include "common/temporaryregistry.h"
 
 #include <QCoreApplication>
@@ -86,6 +87,23 @@ protected:
     Run RunInFolder(const QString& program, const QStringList& arguments) const
     {
         return RunProgram(program, arguments, m_dir->path(), RegistryDir());
+    }
+
+    /// As RunInFolder, but with standard output going to a file and no
+    /// viewer on the PATH, as a script or an editor's run button starts it.
+    Run RunLikeAScriptInFolder(const QString& program, const QStringList& arguments) const
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("ZENT_REGISTRY_DIR"), RegistryDir());
+        const ScriptRun script =
+            RunLikeAScript(QDir(QCoreApplication::applicationDirPath()).filePath(program), arguments,
+                           m_dir->path(), QByteArray(), environment);
+        Run run;
+        run.exitCode = script.finished ? script.exitCode : -1;
+        run.exitStatus = script.exitStatus;
+        run.output = script.output;
+        run.errors = script.errors;
+        return run;
     }
 
 private slots:

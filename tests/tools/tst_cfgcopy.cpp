@@ -1,4 +1,4 @@
-// The cfgcopy program: its usage error, copies between XML files and the
+// The cfgcopy program: its usage error, help and version, copies between XML files and the
 // registry, the creation of a missing destination, and its failures.
 
 #include "cfgcommandtest.h"
@@ -10,6 +10,35 @@ using namespace CfgCommandTest;
 namespace {
 
 const QByteArray USAGE = "Four arguments are expected: source key and type, destination key and type.\n";
+const QByteArray HELP = "Usage: cfgcopy SOURCE-KEY SOURCE-TYPE DESTINATION-KEY DESTINATION-TYPE\n"
+                        "       cfgcopy --help | --version\n"
+                        "\n"
+                        "Copies a configuration from one backend into another, in the machine view:\n"
+                        "values first, then sub-configurations, depth-first. Nothing is removed from\n"
+                        "the destination; the destination is saved at the end.\n"
+                        "\n"
+                        "Arguments:\n"
+                        "  SOURCE-KEY        the configuration key to copy; \"*\" copies the root with\n"
+                        "                    everything below it\n"
+                        "  SOURCE-TYPE       the backend to copy from\n"
+                        "  DESTINATION-KEY   the key to copy into; \"*\" is the root\n"
+                        "  DESTINATION-TYPE  the backend to copy into; an XML file that does not exist\n"
+                        "                    is created as an empty document first\n"
+                        "\n"
+                        "Backends, one example each:\n"
+                        "  Xml:FILE          an XML configuration file\n"
+                        "                      cfgcopy DemoApp Xml:Cfg.xml DemoApp Xml:Copy.xml\n"
+                        "  Registry          the registry below SOFTWARE\\Velkor&Amsel\\Zent (on Linux the\n"
+                        "                    portable registry; zentreg imports and exports .reg files)\n"
+                        "                      cfgcopy DemoApp Registry DemoApp Xml:FromRegistry.xml\n"
+                        "  Server[:ADDRESS]  the configuration service on the machine ADDRESS (the local\n"
+                        "                    machine when left out), port 4000\n"
+                        "                      cfgcopy DemoApp Server:192.0.2.10 DemoApp Xml:Served.xml\n"
+                        "\n"
+                        "Exit codes:\n"
+                        "  0  copied\n"
+                        "  1  wrong number of arguments\n"
+                        "  2  the copy failed; standard error says why\n";
 const QByteArray EMPTY_DESTINATION =
     "<?xml version = '1.0'?><Cfg version='2.0'><System/><Domain/><Machine/><User/></Cfg>";
 
@@ -68,8 +97,31 @@ private slots:
     void otherArgumentCountsPrintTheUsageAndExitWith1()
     {
         QFETCH(QStringList, arguments);
-        CompareRun(CfgCopy(arguments), 1, USAGE, QByteArray());
+        // Standard output goes to a file, so the usage must reach standard error.
+        CompareRun(RunLikeAScriptInFolder(QStringLiteral("cfgcopy"), arguments), 1, QByteArray(), USAGE);
         QCOMPARE(FilesInDir(), QStringList());
+    }
+
+    void helpIsPrintedOnStandardOutput_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::newRow("alone") << QStringList{QStringLiteral("--help")};
+        QTest::newRow("with_more") << QStringList{QStringLiteral("--help"), QStringLiteral("App"),
+                                                  QStringLiteral("Xml:a.xml"), QStringLiteral("App"),
+                                                  QStringLiteral("Xml:b.xml")};
+    }
+
+    void helpIsPrintedOnStandardOutput()
+    {
+        QFETCH(QStringList, arguments);
+        CompareRun(RunLikeAScriptInFolder(QStringLiteral("cfgcopy"), arguments), 0, HELP, QByteArray());
+        QCOMPARE(FilesInDir(), QStringList());
+    }
+
+    void versionIsTheProjectVersion()
+    {
+        CompareRun(RunLikeAScriptInFolder(QStringLiteral("cfgcopy"), {QStringLiteral("--version")}), 0,
+                   QByteArray("cfgcopy " ZENT_VERSION "\n"), QByteArray());
     }
 
     void valuesAndSubConfigurationsAreCopiedIntoANewXmlFile()

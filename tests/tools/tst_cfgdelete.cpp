@@ -1,4 +1,4 @@
-// The cfgdelete program: its usage error, the deletion of one configuration
+// The cfgdelete program: its usage error, help and version, the deletion of one configuration
 // and of all configurations of a type in the machine and the user view, in
 // XML files and in the registry, and its failures.
 
@@ -11,6 +11,31 @@ using namespace CfgCommandTest;
 namespace {
 
 const QByteArray USAGE = "Two arguments are expected: key and type.\n";
+
+const QByteArray HELP = "Usage: cfgdelete KEY TYPE\n"
+                        "       cfgdelete --help | --version\n"
+                        "\n"
+                        "Deletes a configuration, or every configuration of one backend, in the\n"
+                        "machine view and in the user view, and saves.\n"
+                        "\n"
+                        "Arguments:\n"
+                        "  KEY               the configuration key; \"*\" deletes every configuration\n"
+                        "  TYPE              the backend\n"
+                        "\n"
+                        "Backends, one example each:\n"
+                        "  Xml:FILE          an XML configuration file\n"
+                        "                      cfgdelete DemoApp Xml:Cfg.xml\n"
+                        "  Registry          the registry below SOFTWARE\\Velkor&Amsel\\Zent (on Linux the\n"
+                        "                    portable registry; zentreg imports and exports .reg files)\n"
+                        "                      cfgdelete DemoApp Registry\n"
+                        "  Server[:ADDRESS]  the configuration service on the machine ADDRESS (the local\n"
+                        "                    machine when left out), port 4000\n"
+                        "                      cfgdelete DemoApp Server:192.0.2.10\n"
+                        "\n"
+                        "Exit codes:\n"
+                        "  0  deleted\n"
+                        "  1  wrong number of arguments\n"
+                        "  2  the deletion failed; standard error says why\n";
 
 const QByteArray MAIN_FILE =
     "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
@@ -91,9 +116,31 @@ private slots:
     {
         QFETCH(QStringList, arguments);
         WriteDocument();
-        CompareRun(CfgDelete(arguments), 1, USAGE, QByteArray());
+        // Standard output goes to a file, so the usage must reach standard error.
+        CompareRun(RunLikeAScriptInFolder(QStringLiteral("cfgdelete"), arguments), 1, QByteArray(), USAGE);
         QCOMPARE(ReadFile(MainFile()), MAIN_FILE);
         QCOMPARE(ReadFile(UserFile()), USER_FILE);
+    }
+
+    void helpIsPrintedOnStandardOutput_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::newRow("alone") << QStringList{QStringLiteral("--help")};
+        QTest::newRow("as_key") << QStringList{QStringLiteral("--help"), QStringLiteral("Xml:Cfg.xml")};
+    }
+
+    void helpIsPrintedOnStandardOutput()
+    {
+        QFETCH(QStringList, arguments);
+        WriteDocument();
+        CompareRun(RunLikeAScriptInFolder(QStringLiteral("cfgdelete"), arguments), 0, HELP, QByteArray());
+        QCOMPARE(ReadFile(MainFile()), MAIN_FILE);
+    }
+
+    void versionIsTheProjectVersion()
+    {
+        CompareRun(RunLikeAScriptInFolder(QStringLiteral("cfgdelete"), {QStringLiteral("--version")}), 0,
+                   QByteArray("cfgdelete " ZENT_VERSION "\n"), QByteArray());
     }
 
     void namedXmlConfigurationIsDeletedInTheMachineAndTheUserView()

@@ -1,4 +1,5 @@
 #include "common/rawregistry.h"
+#include "common/scriptrun.h"
 #include "common/temporaryregistry.h"
 #include "regfile.h"
 
@@ -46,6 +47,40 @@ LONG KeyState(const QString& key)
 }
 
 const QString Base = QStringLiteral("SOFTWARE\\Velkor&Amsel\\Zent\\");
+
+const QByteArray USAGE = "usage: zentreg import FILE.reg\n"
+                         "       zentreg export [--regedit4] KEY FILE.reg\n";
+
+const QByteArray HELP = "Usage: zentreg import FILE.reg\n"
+                        "       zentreg export [--regedit4] KEY FILE.reg\n"
+                        "       zentreg --help | --version\n"
+                        "\n"
+                        "Brings registry exports (.reg files as Windows' registry editor writes them)\n"
+                        "into the portable registry, and writes keys of it out again, so that a\n"
+                        "configuration from a Windows machine can be copied into XML with cfgcopy.\n"
+                        "\n"
+                        "Commands:\n"
+                        "  import FILE.reg   applies the file: all of it, or nothing when a line is bad\n"
+                        "                    or the registry refuses a step\n"
+                        "  export KEY FILE.reg\n"
+                        "                    writes KEY and everything below it to FILE.reg\n"
+                        "  KEY begins with its root: HKEY_CURRENT_USER (HKCU) or HKEY_LOCAL_MACHINE (HKLM)\n"
+                        "\n"
+                        "Formats, one example each:\n"
+                        "  Windows Registry Editor Version 5.00   UTF-16 text, the default\n"
+                        "      zentreg export HKCU\\SOFTWARE\\Velkor&Amsel\\Zent\\DemoApp DemoApp.reg\n"
+                        "  REGEDIT4                               8-bit text, with --regedit4\n"
+                        "      zentreg export --regedit4 HKLM\\SOFTWARE\\Velkor&Amsel\\Zent Zent.reg\n"
+                        "  import reads both, and UTF-8 too:\n"
+                        "      zentreg import DemoApp.reg\n"
+                        "\n"
+                        "The environment variable ZENT_REGISTRY_DIR names the folder of both hives.\n"
+                        "\n"
+                        "Exit codes:\n"
+                        "  0  imported or exported\n"
+                        "  1  the file could not be read, parsed, applied or written; standard error\n"
+                        "     says why\n"
+                        "  2  wrong arguments; the usage is shown on standard error\n";
 
 } // namespace
 
@@ -325,6 +360,93 @@ private slots:
                                  m_registry->filePath(QStringLiteral("x.reg"))});
         QCOMPARE(run.exitCode, 1);
         QCOMPARE(run.errors, QStringLiteral("zentreg: cannot open HKCU\\Nothing (error 2)"));
+    }
+
+    ScriptRun ZentregLikeAScript(const QStringList& args)
+    {
+        return RunLikeAScript(QCoreApplication::applicationDirPath() + QStringLiteral("/zentreg"), args,
+                              m_registry->path(), QByteArray());
+    }
+
+    void oddUtf16FileIsAnErrorNamingTheLine()
+    {
+        const QByteArray whole =
+            QByteArray("\xff\xfe") +
+            Utf16(QStringLiteral("Windows Registry Editor Version 5.00\r\n\r\n"
+                                 "[HKEY_CURRENT_USER\\SOFTWARE\\Velkor&Amsel\\Zent\\Cut]\r\n"
+                                 "\"a\"=\"b\"\r\n"
+                                 "\"c\"=\"d\"\r\n"));
+        // Cut off in the middle of the last character, the line end of line 5.
+        const QByteArray cut = whole.left(whole.size() - 1);
+        RegFile file;
+        QVERIFY(!file.Parse(cut));
+        QCOMPARE(file.ErrorLine(), 5);
+        QCOMPARE(file.ErrorText(), QStringLiteral("incomplete UTF-16 character at the end of the file"));
+        QCOMPARE(file.Operations().size(), 0);
+        // The whole file is good.
+        QVERIFY(file.Parse(whole));
+        QCOMPARE(file.Operations().size(), 3);
+        // A stray byte after the last line end is on the line after it.
+        QVERIFY(!file.Parse(whole + 'x'));
+        QCOMPARE(file.ErrorLine(), 6);
+
+        const QString path = WriteTemp(QStringLiteral("cut.reg"), cut);
+        const Run run = Zentreg({QStringLiteral("import"), path});
+        QCOMPARE(run.exitCode, 1);
+        QCOMPARE(run.errors,
+                 QStringLiteral("zentreg: %1: line 5: incomplete UTF-16 character at the end of the file")
+                     .arg(path));
+        QCOMPARE(KeyState(Base + QStringLiteral("Cut")), ERROR_FILE_NOT_FOUND);
+        QCOMPARE(KeyState(QStringLiteral("SOFTWARE")), ERROR_FILE_NOT_FOUND);
+    }
+
+    void oneDigitHexBytesAreBytesOfThatValue()
+    {
+        RegFile file;
+        QVERIFY(file.Parse("REGEDIT4\n[HKCU\\A]\n\"a\"=hex:1,a,0f,F\n"));
+        QCOMPARE(file.Operations().at(1).data, QByteArray("\x01\x0a\x0f\x0f", 4));
+        QVERIFY(!file.Parse("REGEDIT4\n[HKCU\\A]\n\"a\"=hex:1,00f\n"));
+        QCOMPARE(file.ErrorLine(), 3);
+        QCOMPARE(file.ErrorText(), QStringLiteral("\"00f\" is not a hex byte"));
+    }
+
+    void helpIsPrintedOnStandardOutput()
+    {
+        const ScriptRun run = ZentregLikeAScript({QStringLiteral("--help")});
+        QVERIFY(run.finished);
+        QCOMPARE(run.exitStatus, QProcess::NormalExit);
+        QCOMPARE(run.exitCode, 0);
+        QCOMPARE(run.output, HELP);
+        QCOMPARE(run.errors, QByteArray());
+    }
+
+    void versionIsTheProjectVersion()
+    {
+        const ScriptRun run = ZentregLikeAScript({QStringLiteral("--version")});
+        QVERIFY(run.finished);
+        QCOMPARE(run.exitCode, 0);
+        QCOMPARE(run.output, QByteArray("zentreg " ZENT_VERSION "\n"));
+        QCOMPARE(run.errors, QByteArray());
+    }
+
+    void wrongArgumentsShowTheUsageOnStandardError_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::newRow("none") << QStringList();
+        QTest::newRow("unknown_command") << QStringList{QStringLiteral("frobnicate")};
+        QTest::newRow("import_without_file") << QStringList{QStringLiteral("import")};
+        QTest::newRow("help_late") << QStringList{QStringLiteral("import"), QStringLiteral("--help"),
+                                                  QStringLiteral("x")};
+    }
+
+    void wrongArgumentsShowTheUsageOnStandardError()
+    {
+        QFETCH(QStringList, args);
+        const ScriptRun run = ZentregLikeAScript(args);
+        QVERIFY(run.finished);
+        QCOMPARE(run.exitCode, 2);
+        QCOMPARE(run.output, QByteArray());
+        QCOMPARE(run.errors, USAGE);
     }
 
     void wrongArgumentsShowTheUsage()

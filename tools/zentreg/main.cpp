@@ -2,7 +2,9 @@
 //
 //   zentreg import FILE.reg
 //   zentreg export [--regedit4] KEY FILE.reg
+//   zentreg --help | --version
 
+#include "programoptions.h"
 #include "regfile.h"
 
 #include <QCoreApplication>
@@ -12,6 +14,37 @@
 #include <QTextStream>
 
 namespace {
+
+const char* const HELP = "Usage: zentreg import FILE.reg\n"
+                         "       zentreg export [--regedit4] KEY FILE.reg\n"
+                         "       zentreg --help | --version\n"
+                         "\n"
+                         "Brings registry exports (.reg files as Windows' registry editor writes them)\n"
+                         "into the portable registry, and writes keys of it out again, so that a\n"
+                         "configuration from a Windows machine can be copied into XML with cfgcopy.\n"
+                         "\n"
+                         "Commands:\n"
+                         "  import FILE.reg   applies the file: all of it, or nothing when a line is bad\n"
+                         "                    or the registry refuses a step\n"
+                         "  export KEY FILE.reg\n"
+                         "                    writes KEY and everything below it to FILE.reg\n"
+                         "  KEY begins with its root: HKEY_CURRENT_USER (HKCU) or HKEY_LOCAL_MACHINE (HKLM)\n"
+                         "\n"
+                         "Formats, one example each:\n"
+                         "  Windows Registry Editor Version 5.00   UTF-16 text, the default\n"
+                         "      zentreg export HKCU\\SOFTWARE\\Velkor&Amsel\\Zent\\DemoApp DemoApp.reg\n"
+                         "  REGEDIT4                               8-bit text, with --regedit4\n"
+                         "      zentreg export --regedit4 HKLM\\SOFTWARE\\Velkor&Amsel\\Zent Zent.reg\n"
+                         "  import reads both, and UTF-8 too:\n"
+                         "      zentreg import DemoApp.reg\n"
+                         "\n"
+                         "The environment variable ZENT_REGISTRY_DIR names the folder of both hives.\n"
+                         "\n"
+                         "Exit codes:\n"
+                         "  0  imported or exported\n"
+                         "  1  the file could not be read, parsed, applied or written; standard error\n"
+                         "     says why\n"
+                         "  2  wrong arguments; the usage is shown on standard error\n";
 
 int Usage()
 {
@@ -59,6 +92,9 @@ int Export(const QString& key, const QString& fileName, RegFile::Format format)
 
 int main(int argc, char* argv[])
 {
+    int exitCode = 0;
+    if (ProgramOptions::Answer(argc, argv, "zentreg", HELP, exitCode))
+        return exitCode;
     QCoreApplication app(argc, argv);
     QStringList args = app.arguments().mid(1);
     if (args.size() == 2 && args.at(0) == QLatin1String("import"))

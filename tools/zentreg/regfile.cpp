@@ -21,9 +21,20 @@ QTextCodec* AnsiCodec()
     return QTextCodec::codecForName("Windows-1252");
 }
 
+bool IsUtf16(const QByteArray& content)
+{
+    return content.startsWith("\xff\xfe");
+}
+
+QStringList SplitLines(const QString& text)
+{
+    return text.split(QRegularExpression(QStringLiteral("\r\n|\r|\n")));
+}
+
+// A UTF-16 file decodes whole characters only; the byte of a cut-off one is left out.
 QString DecodeText(const QByteArray& content)
 {
-    if (content.startsWith("\xff\xfe"))
+    if (IsUtf16(content))
         return QString::fromUtf16(reinterpret_cast<const char16_t*>(content.constData() + 2),
                                   (content.size() - 2) / 2);
     if (content.startsWith("\xef\xbb\xbf"))
@@ -254,8 +265,15 @@ bool RegFile::Parse(const QByteArray& content)
     m_bKeyDeleted = false;
     m_nErrorLine = 0;
     m_sErrorText.clear();
-    const QStringList lines = DecodeText(content).split(QRegularExpression(QStringLiteral("\r\n|\r|\n")));
-    return ParseLines(lines);
+    const QString text = DecodeText(content);
+    // A cut-off file is refused whole rather than imported up to the cut.
+    if (IsUtf16(content) && content.size() % 2 != 0) {
+        // Cut after a "\r", the lost character is the "\n" of that line.
+        const QString complete = text.endsWith(QLatin1Char('\r')) ? text.left(text.size() - 1) : text;
+        return Fail(SplitLines(complete).size(),
+                    QStringLiteral("incomplete UTF-16 character at the end of the file"));
+    }
+    return ParseLines(SplitLines(text));
 }
 
 bool RegFile::ParseLines(const QStringList& lines)
@@ -379,6 +397,8 @@ bool RegFile::ParseHex(const QString& text, Operation* op)
     op->data.clear();
     if (!bytes.isEmpty()) {
         for (const QString& byte : bytes.split(QLatin1Char(','))) {
+            // One digit is a byte of that value ("hex:1" is 01), as Windows'
+            // registry editor imports it; three or more digits are refused.
             bool ok = false;
             const uint value = byte.toUInt(&ok, 16);
             if (!ok || byte.size() > 2)

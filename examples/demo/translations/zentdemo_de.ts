@@ -111,4 +111,103 @@
         <translation>Gespeichert in %1</translation>
     </message>
 </context>
+<context>
+    <name>DemoConfigurationsMenu</name>
+    <message>
+        <source>&amp;Configurations</source>
+        <translation>&amp;Konfigurationen</translation>
+    </message>
+    <message>
+        <source>&amp;Save settings as...</source>
+        <translation>Einstellungen &amp;speichern unter...</translation>
+    </message>
+    <message>
+        <source>S&amp;witch to</source>
+        <translation>&amp;Wechseln zu</translation>
+    </message>
+    <message>
+        <source>&amp;Rename...</source>
+        <translation>&amp;Umbenennen...</translation>
+    </message>
+    <message>
+        <source>&amp;Rename &quot;%1&quot;...</source>
+        <translation>&quot;%1&quot; &amp;umbenennen...</translation>
+    </message>
+    <message>
+        <source>&amp;Delete</source>
+        <translation>&amp;Löschen</translation>
+    </message>
+    <message>
+        <source>&amp;Delete &quot;%1&quot;</source>
+        <translation>&quot;%1&quot; &amp;löschen</translation>
+    </message>
+    <message>
+        <source>Save settings as</source>
+        <translation>Einstellungen speichern unter</translation>
+    </message>
+    <message>
+        <source>Name:</source>
+        <translation>Name:</translation>
+    </message>
+    <message>
+        <source>Rename configuration</source>
+        <translation>Konfiguration umbenennen</translation>
+    </message>
+    <message>
+        <source>New name:</source>
+        <translation>Neuer Name:</translation>
+    </message>
+    <message>
+        <source>Delete configuration</source>
+        <translation>Konfiguration löschen</translation>
+    </message>
+    <message>
+        <source>Delete the configuration &quot;%1&quot;?</source>
+        <translation>Die Konfiguration &quot;%1&quot; löschen?</translation>
+    </message>
+    <message>
+        <source>Settings saved as &quot;%1&quot;.</source>
+        <translation>Einstellungen als &quot;%1&quot; gespeichert.</translation>
+    </message>
+    <message>
+        <source>The settings could not be saved as &quot;%1&quot;.</source>
+        <translation>Die Einstellungen konnten nicht als &quot;%1&quot; gespeichert werden.</translation>
+    </message>
+    <message>
+        <source>There is no configuration &quot;%1&quot;.</source>
+        <translation>Es gibt keine Konfiguration &quot;%1&quot;.</translation>
+    </message>
+    <message>
+        <source>Using the configuration &quot;%1&quot;.</source>
+        <translation>Die Konfiguration &quot;%1&quot; wird verwendet.</translation>
+    </message>
+    <message>
+        <source>The configuration &quot;%1&quot; could not be used.</source>
+        <translation>Die Konfiguration &quot;%1&quot; konnte nicht verwendet werden.</translation>
+    </message>
+    <message>
+        <source>There is a configuration &quot;%1&quot; already.</source>
+        <translation>Es gibt bereits eine Konfiguration &quot;%1&quot;.</translation>
+    </message>
+    <message>
+        <source>The configuration &quot;%1&quot; is now called &quot;%2&quot;.</source>
+        <translation>Die Konfiguration &quot;%1&quot; heißt jetzt &quot;%2&quot;.</translation>
+    </message>
+    <message>
+        <source>The configuration &quot;%1&quot; could not be renamed.</source>
+        <translation>Die Konfiguration &quot;%1&quot; konnte nicht umbenannt werden.</translation>
+    </message>
+    <message>
+        <source>The configuration &quot;%1&quot; is deleted; your own settings are shown.</source>
+        <translation>Die Konfiguration &quot;%1&quot; ist gelöscht; Ihre eigenen Einstellungen werden angezeigt.</translation>
+    </message>
+    <message>
+        <source>The configuration &quot;%1&quot; could not be deleted.</source>
+        <translation>Die Konfiguration &quot;%1&quot; konnte nicht gelöscht werden.</translation>
+    </message>
+    <message>
+        <source>&quot;%1&quot; cannot name a configuration: use letters, digits, &quot;_&quot;, &quot;-&quot; and &quot;.&quot;.</source>
+        <translation>&quot;%1&quot; kann keine Konfiguration benennen: erlaubt sind Buchstaben, Ziffern, &quot;_&quot;, &quot;-&quot; und &quot;.&quot;.</translation>
+    </message>
+</context>
 </TS>
