@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDateTime>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileDevice>
@@ -13,6 +14,7 @@
 #include <QLocalSocket>
 #include <QProcess>
 #include <QStandardPaths>
+#include <QThread>
 #include <QUrl>
 #include <QWidget>
 
@@ -229,6 +231,9 @@ namespace {
 // file, and it is left to run.
 constexpr int VIEWER_VERDICT_MS = 3000;
 constexpr int VIEWER_POLL_MS = 10;
+// How long a bring-to-front request looks for a listener, and how often.
+constexpr int BROADCAST_CONNECT_MS = 2000;
+constexpr unsigned long BROADCAST_RETRY_MS = 20;
 
 bool WriteAll(int fd, const QByteArray& bytes)
 {
@@ -468,10 +473,17 @@ QString ZentOS::GetMessageChannel(const QString& name) const
 
 long ZentOS::BroadcastMessage(const QString& name, unsigned int message)
 {
+    // A refused connection may only mean that the listening instance has just
+    // ended and a living one is taking the channel over: keep trying a while.
     QLocalSocket socket;
+    const QDeadlineTimer deadline(BROADCAST_CONNECT_MS);
     socket.connectToServer(GetMessageChannel(name), QIODevice::WriteOnly);
-    if (!socket.waitForConnected(1000))
-        return -1;
+    while (!socket.waitForConnected(int(deadline.remainingTime()))) {
+        if (deadline.hasExpired())
+            return -1;
+        QThread::msleep(BROADCAST_RETRY_MS);
+        socket.connectToServer(GetMessageChannel(name), QIODevice::WriteOnly);
+    }
     socket.write(QByteArray::number(message) + '\n');
     const bool written = socket.waitForBytesWritten(1000);
     socket.disconnectFromServer();
