@@ -59,6 +59,9 @@ const qint64 MAX_FILE_SIZE = qint64(256) * 1024 * 1024;
 const int MAX_NESTING = 1000;
 
 std::atomic<bool> s_timeStampsEnabled{true};
+// Counts stampings and clones through the public statics, which may touch a
+// document without its model knowing; a save then serialises to be sure.
+std::atomic<quint64> s_untrackedEdits{0};
 // Counts changes of the user partitions, which every document's User view
 // depends on.
 std::atomic<quint64> s_partitionChanges{0};
@@ -305,14 +308,13 @@ const QString PARSED_DECLARATION = QStringLiteral("version='1.0' encoding='utf-8
 // whatever a file declared when it was read: Qt writes the declaration back
 // between apostrophes, so a declared encoding containing one would make the
 // saved file unreadable.
-void UseStandardDeclaration(QDomDocument& document)
+void UseStandardDeclaration(QDomDocument& document, DomLookup& model)
 {
     const QDomNode first = document.firstChild();
     if (!first.isProcessingInstruction() || first.nodeName() != XML_DECLARATION_TARGET ||
         first.nodeValue() == PARSED_DECLARATION || first.nodeValue() == NEW_DECLARATION)
         return;
-    document.replaceChild(document.createProcessingInstruction(XML_DECLARATION_TARGET, PARSED_DECLARATION),
-                          first);
+    model.Replace(document.createProcessingInstruction(XML_DECLARATION_TARGET, PARSED_DECLARATION), first);
 }
 
 std::unique_ptr<QDomDocument> NewDocument()
@@ -385,12 +387,11 @@ QDomDocument* CfgXml::Document() const
 
 // ---------------------------------------------------------------- time stamps
 
-void CfgXml::SetTimeStamp(QDomNode node, int mode, bool recursive)
+namespace {
+
+void ApplyStamp(const QDomNode& node, int mode, bool recursive)
 {
-    if (mode < TS_IfMissing || mode > TS_Advance)
-        throw KVException(QStringLiteral("Undefinied enum used ..."), SOURCE_FILE, CLASS_NAME,
-                          QStringLiteral("SetTimeStamp"), __LINE__);
-    if (!AreTimeStampsEnabled() || node.isNull())
+    if (!CfgXml::AreTimeStampsEnabled() || node.isNull())
         return;
     const QDomElement element = node.isText() ? node.parentNode().toElement() : node.toElement();
     if (element.isNull())
@@ -401,6 +402,24 @@ void CfgXml::SetTimeStamp(QDomNode node, int mode, bool recursive)
         return;
     }
     ForEachElement(element, [mode, now](const QDomElement& each) { StampElement(each, mode, now); });
+}
+
+} // namespace
+
+void CfgXml::SetTimeStamp(QDomNode node, int mode, bool recursive)
+{
+    if (mode < TS_IfMissing || mode > TS_Advance)
+        throw KVException(QStringLiteral("Undefinied enum used ..."), SOURCE_FILE, CLASS_NAME,
+                          QStringLiteral("SetTimeStamp"), __LINE__);
+    ++s_untrackedEdits;
+    ApplyStamp(node, mode, recursive);
+}
+
+// Stamps of the own document are edits its model counts.
+void CfgXml::Stamp(const QDomNode& node, int mode, bool recursive) const
+{
+    m_pData->lookup.Changed();
+    ApplyStamp(node, mode, recursive);
 }
 
 void CfgXml::SetTimeStampsEnabled(bool enabled)
@@ -417,14 +436,13 @@ void CfgXml::StampSubTree(const QDomNode& node) const
 {
     if (!AreTimeStampsEnabled() || m_pData->lookup.IsStamped(node))
         return;
-    SetTimeStamp(node, TS_IfMissing, true);
+    ApplyStamp(node, TS_IfMissing, true);
     m_pData->lookup.MarkStamped(node);
 }
 
 void CfgXml::AdvanceStamp(const QDomNode& node) const
 {
-    m_pData->lookup.Changed();
-    SetTimeStamp(node, TS_Advance, true);
+    Stamp(node, TS_Advance, true);
 }
 
 // ---------------------------------------------------------------- path walk
@@ -598,12 +616,12 @@ QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& raw
     if (valueName.isEmpty() && separator < 0) {
         QDomText text = FirstTextChild(node);
         if (text.isNull()) {
-            text = node.appendChild(Document()->createTextNode(value)).toText();
+            text = m_pData->lookup.Append(node, Document()->createTextNode(value)).toText();
             m_pData->lookup.ForgetListings(node);
             m_pData->lookup.ForgetListings(node.parentNode());
             AdvanceStamp(text);
         } else if (text.data() != value) {
-            text.setData(value);
+            m_pData->lookup.SetText(text, value);
             AdvanceStamp(text);
         }
         return node.toElement();
@@ -622,12 +640,13 @@ QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& raw
     }
     QDomText text = FirstTextChild(element);
     if (text.isNull()) {
-        text = element.insertBefore(Document()->createTextNode(value), element.firstChild()).toText();
+        text = m_pData->lookup.InsertBefore(element, Document()->createTextNode(value), element.firstChild())
+                   .toText();
         m_pData->lookup.ForgetListings(element);
         m_pData->lookup.ForgetListings(node);
         AdvanceStamp(text);
     } else if (text.data() != value) {
-        text.setData(value);
+        m_pData->lookup.SetText(text, value);
         AdvanceStamp(text);
     }
     return element;
@@ -636,10 +655,8 @@ QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& raw
 void CfgXml::SetValueAndType(const QString& name, const QString& value, const QString& type, View view)
 {
     QDomElement element = SetStringImplPrivate(name, value, view);
-    if (!element.isNull() && !element.hasAttribute(TYPE)) {
-        element.setAttribute(TYPE, type);
-        m_pData->lookup.Changed();
-    }
+    if (!element.isNull() && !element.hasAttribute(TYPE))
+        m_pData->lookup.SetAttribute(element, TYPE, type);
 }
 
 void CfgXml::SetStringImpl(QString name, QString value, View view)
@@ -671,8 +688,7 @@ ICfg::AttributeType CfgXml::GetAttributeType(QString name, View view)
     if (text.isEmpty())
         return TYPE_Undefined;
     const AttributeType derived = (text == TRUE_TEXT || text == FALSE_TEXT) ? TYPE_Boolean : TYPE_String;
-    element.setAttribute(TYPE, GetTypeAsString(derived));
-    m_pData->lookup.Changed();
+    m_pData->lookup.SetAttribute(element, TYPE, GetTypeAsString(derived));
     return derived;
 }
 
@@ -683,7 +699,7 @@ void CfgXml::SetAttributeType(QString name, AttributeType type, View view)
     if (element.isNull())
         return;
     const bool known = type == TYPE_String || type == TYPE_Boolean || type == TYPE_Integer;
-    element.setAttribute(TYPE, GetTypeAsString(known ? type : TYPE_String));
+    m_pData->lookup.SetAttribute(element, TYPE, GetTypeAsString(known ? type : TYPE_String));
     AdvanceStamp(element);
 }
 
@@ -701,8 +717,7 @@ void CfgXml::SetProtected(QString name, bool isProtected, View view)
         return;
     if (!element.hasAttribute(PROTECTED))
         m_pData->lookup.ForgetListings(element.parentNode());
-    element.setAttribute(PROTECTED, isProtected ? TRUE_TEXT : FALSE_TEXT);
-    m_pData->lookup.Changed();
+    m_pData->lookup.SetAttribute(element, PROTECTED, isProtected ? TRUE_TEXT : FALSE_TEXT);
 }
 
 bool CfgXml::HasAttribute(QString key, QString name, View view)
@@ -718,9 +733,7 @@ bool CfgXml::RemoveAttribute(QString name, View view)
     const QDomElement element = FindValue(name, ResolveView(view), false);
     if (element.isNull())
         return false;
-    QDomNode parent = element.parentNode();
-    parent.removeChild(element);
-    m_pData->lookup.ForgetChildren(parent);
+    m_pData->lookup.Remove(element);
     return true;
 }
 
@@ -736,9 +749,8 @@ bool CfgXml::RenameAttribute(QString oldName, QString newName, View view)
     const QDomNode parent = element.parentNode();
     if (!IsValidXmlName(newName) || !m_pData->lookup.FirstChildNamed(parent, newName).isNull())
         return false;
-    element.setTagName(newName);
-    m_pData->lookup.ForgetChildren(parent);
-    SetTimeStamp(element, TS_Advance, false);
+    m_pData->lookup.Rename(element, newName);
+    Stamp(element, TS_Advance, false);
     return true;
 }
 
@@ -833,7 +845,7 @@ bool CfgXml::RemoveSubCfg(QString key, View view)
     const QDomNode node = GetNode(key, ResolveView(view), false);
     if (node.isNull())
         return false;
-    node.parentNode().removeChild(node);
+    m_pData->lookup.Remove(node);
     m_pData->lookup.ForgetAll();
     return true;
 }
@@ -853,17 +865,18 @@ bool CfgXml::MoveSubCfg(QString from, QString to, View view)
     QDomNode target = GetNode(toParts.join(KEY_SEPARATOR), view, true);
     if (target.isNull())
         return false;
-    source.parentNode().removeChild(source);
-    source.setTagName(newName);
+    m_pData->lookup.Remove(source);
+    m_pData->lookup.Rename(source, newName);
     m_pData->lookup.Append(target, source);
     m_pData->lookup.ForgetAll();
     m_pData->lookup.ForgetStamps();
-    SetTimeStamp(source, TS_Advance, false);
+    Stamp(source, TS_Advance, false);
     return true;
 }
 
 QDomElement CfgXml::RecursiveClone(const QDomElement& source, QDomElement target)
 {
+    ++s_untrackedEdits;
     QDomDocument document = target.ownerDocument();
     for (QDomNode child = source.firstChild(); !child.isNull(); child = child.nextSibling())
         target.appendChild(document.importNode(child, true));
@@ -875,15 +888,15 @@ void CfgXml::AssignDefaults()
     QMutexLocker locker(CfgCenter::GetMutex());
     if (!Document())
         return;
-    m_pData->lookup.Changed();
+    DomLookup& model = m_pData->lookup;
     const QDomElement root = Document()->documentElement();
     for (const View view : {VIEW_User, VIEW_Domain, VIEW_System, VIEW_Machine}) {
-        const QDomElement top = m_pData->lookup.FirstChildElementNamed(root, GetViewAsString(view));
+        const QDomElement top = model.FirstChildElementNamed(root, GetViewAsString(view));
         if (top.isNull())
             continue;
-        ForEachElement(top, [](QDomElement element) {
+        ForEachElement(top, [&model](const QDomElement& element) {
             if (element.hasAttribute(PROTECTED) && !element.hasAttribute(TYPE))
-                element.setAttribute(TYPE, TypeFromText(FirstTextChild(element).data()));
+                model.SetAttribute(element, TYPE, TypeFromText(FirstTextChild(element).data()));
         });
     }
 }
@@ -937,7 +950,7 @@ void CfgXml::OpenUserOnlyDocument()
     if (!userFile.isEmpty() && QFile::exists(userFile)) {
         QDomElement root = Document()->documentElement();
         const QDomElement user = ReadSideView(userFile, GetViewAsString(VIEW_User), USER_TEMPLATE);
-        root.replaceChild(user, root.firstChildElement(GetViewAsString(VIEW_User)));
+        m_pData->lookup.Replace(user, root.firstChildElement(GetViewAsString(VIEW_User)));
         m_pData->lookup.ForgetAll();
     }
     AssignDefaults();
@@ -1052,9 +1065,9 @@ void CfgXml::GraftSideView(const QString& viewName, const QString& fileName, con
     if (view.isNull())
         return;
     if (existing.isNull())
-        root.appendChild(view);
+        m_pData->lookup.Append(root, view);
     else
-        root.replaceChild(view, existing);
+        m_pData->lookup.Replace(view, existing);
     m_pData->lookup.ForgetAll();
     m_pData->lookup.ForgetStamps();
 }
@@ -1143,6 +1156,12 @@ void CfgXml::CloseDocument()
 void CfgXml::RestoreBackup()
 {
     QMutexLocker locker(CfgCenter::GetMutex());
+    // F no longer holds what was last saved, so the next save writes.
+    m_pData->saved = CfgXmlData::SavedState();
+    if (s_sBackupStringFile == m_sFileName) {
+        s_sBackupString.clear();
+        s_sBackupStringFile.clear();
+    }
     CfgXmlFile::RestoreFromBackup(m_sFileName);
 }
 
@@ -1171,7 +1190,7 @@ void CfgXml::SaveDocument()
     try {
         for (const DetachedView& view : detached)
             complete = WriteSideView(view, view.element.tagName()) && complete;
-        UseStandardDeclaration(*document);
+        UseStandardDeclaration(*document, m_pData->lookup);
         QByteArray bytes = document->toByteArray(XML_INDENT);
         if (UsageIs({CfgCenter::USAGE_1, CfgCenter::USAGE_3}))
             bytes = CfgXmlFile::NormaliseLineEnds(bytes);
@@ -1202,7 +1221,8 @@ void CfgXml::SaveDocument()
 bool CfgXml::IsSavedUnchanged() const
 {
     const CfgXmlData::SavedState& saved = m_pData->saved;
-    return saved.valid && saved.changes == m_pData->lookup.Changes() && saved.fileName == m_sFileName &&
+    return saved.valid && saved.changes == m_pData->lookup.Changes() &&
+           saved.untrackedEdits == s_untrackedEdits.load() && saved.fileName == m_sFileName &&
            saved.usage == CfgCenter::GetUsage() && saved.noSideFiles == m_bNoSideFiles &&
            saved.exportFileName == SideFileName(QStringLiteral("exp")) &&
            s_sBackupStringFile == m_sFileName && s_sBackupString.isSharedWith(saved.main) &&
@@ -1214,6 +1234,7 @@ void CfgXml::RememberSaved()
     CfgXmlData::SavedState& saved = m_pData->saved;
     saved.valid = true;
     saved.changes = m_pData->lookup.Changes();
+    saved.untrackedEdits = s_untrackedEdits.load();
     saved.usage = CfgCenter::GetUsage();
     saved.noSideFiles = m_bNoSideFiles;
     saved.fileName = m_sFileName;
@@ -1235,7 +1256,7 @@ std::list<CfgXml::DetachedView> CfgXml::DetachSideViews()
         const QDomElement view = root.firstChildElement(GetViewAsString(side.first));
         if (fileName.isEmpty() || view.isNull())
             continue;
-        root.removeChild(view);
+        m_pData->lookup.Remove(view);
         detached.push_back({view, fileName});
     }
     m_pData->lookup.ForgetChildren(root);
@@ -1308,25 +1329,26 @@ QByteArray CfgXml::GetCfgAsStringFromApp(const QString& appKey)
 
 namespace {
 
-void MergeValue(const QDomElement& source, QDomElement target)
+void MergeValue(const QDomElement& source, QDomElement target, DomLookup& model)
 {
     const QString text = FirstTextChild(source).data();
     QDomText targetText = FirstTextChild(target);
     if (targetText.isNull()) {
         targetText =
-            target.insertBefore(target.ownerDocument().createTextNode(text), target.firstChild()).toText();
-        CfgXml::SetTimeStamp(targetText, CfgXml::TS_Advance, false);
+            model.InsertBefore(target, target.ownerDocument().createTextNode(text), target.firstChild()).toText();
+        model.Changed();
+        ApplyStamp(targetText, CfgXml::TS_Advance, false);
     } else if (targetText.data() != text) {
-        targetText.setData(text);
-        CfgXml::SetTimeStamp(targetText, CfgXml::TS_Advance, false);
+        model.SetText(targetText, text);
+        ApplyStamp(targetText, CfgXml::TS_Advance, false);
     }
     for (const QString& attribute : {CfgXml::TYPE, CfgXml::PROTECTED}) {
         if (source.hasAttribute(attribute))
-            target.setAttribute(attribute, source.attribute(attribute));
+            model.SetAttribute(target, attribute, source.attribute(attribute));
     }
 }
 
-void MergeChildren(const QDomElement& source, QDomElement target)
+void MergeChildren(const QDomElement& source, QDomElement target, DomLookup& model)
 {
     std::vector<std::pair<QDomElement, QDomElement>> pending{{source, target}};
     while (!pending.empty()) {
@@ -1336,9 +1358,9 @@ void MergeChildren(const QDomElement& source, QDomElement target)
              child = child.nextSiblingElement()) {
             QDomElement existing = pair.second.firstChildElement(child.tagName());
             if (existing.isNull())
-                pair.second.appendChild(pair.second.ownerDocument().importNode(child, true));
+                model.Append(pair.second, pair.second.ownerDocument().importNode(child, true));
             else if (IsValue(child))
-                MergeValue(child, existing);
+                MergeValue(child, existing, model);
             else
                 pending.emplace_back(child, existing);
         }
@@ -1383,9 +1405,9 @@ void CfgXml::MergeCfgFromStringAndApp(const QByteArray& bytes, const QString& ap
             continue;
         QDomElement targetApp = targetView.firstChildElement(appKey);
         if (targetApp.isNull())
-            targetView.appendChild(Document()->importNode(app, true));
+            m_pData->lookup.Append(targetView, Document()->importNode(app, true));
         else
-            MergeChildren(app, targetApp);
+            MergeChildren(app, targetApp, m_pData->lookup);
     }
     m_pData->mergeDocument = std::move(incoming);
     m_pData->lookup.ForgetAll();
@@ -1481,8 +1503,8 @@ void CfgXml::SaveConfigurationName(const QString& name)
         configuration.setAttribute(NODE_TYPE, ADD_SUB_KEY);
         m_pData->lookup.Append(user, configuration);
     }
-    configuration.setAttribute(USER_CONFIGURATION, ACTIVE);
-    user.setAttribute(ACTIVE_USER, key);
+    m_pData->lookup.SetAttribute(configuration, USER_CONFIGURATION, ACTIVE);
+    m_pData->lookup.SetAttribute(user, ACTIVE_USER, key);
     m_pData->lookup.ForgetAll();
     SaveThroughCentre();
 }
@@ -1504,7 +1526,7 @@ void CfgXml::RenameConfigurationName(const QString& from, const QString& to)
     QDomElement configuration = LoginUserElement().firstChildElement(UC_PREFIX + from);
     if (configuration.isNull() || !IsValidXmlName(UC_PREFIX + to))
         return;
-    configuration.setTagName(UC_PREFIX + to);
+    m_pData->lookup.Rename(configuration, UC_PREFIX + to);
     if (s_sLastConfiguration == UC_PREFIX + from) {
         DropActiveConfiguration();
         s_sLastConfiguration = UC_PREFIX + to;
@@ -1523,9 +1545,9 @@ void CfgXml::DeleteConfigurationName(const QString& name)
          child = child.nextSiblingElement(key)) {
         if (child.attribute(NODE_TYPE) != ADD_SUB_KEY)
             continue;
-        child.setAttribute(USER_CONFIGURATION, DELETE_MARK);
+        m_pData->lookup.SetAttribute(child, USER_CONFIGURATION, DELETE_MARK);
         SaveThroughCentre();
-        user.removeChild(child);
+        m_pData->lookup.Remove(child);
         break;
     }
     if (s_sLastConfiguration == key) {
@@ -1553,7 +1575,9 @@ void CfgXml::LoadConfigurationName(const QString& name)
     s_sLastConfiguration = key;
     m_pData->lookup.ForgetAll();
     CfgCenter::ReLoadUserConfig();
-    LoginUserElement().setAttribute(ACTIVE_USER, key);
+    const QDomElement user = LoginUserElement();
+    if (!user.isNull())
+        m_pData->lookup.SetAttribute(user, ACTIVE_USER, key);
 }
 
 std::list<QString> CfgXml::GetUserConfigurations()
@@ -1588,7 +1612,7 @@ void CfgXml::DeleteUser(const QString& name)
     for (QDomElement child = container.firstChildElement(name); !child.isNull();
          child = child.nextSiblingElement(name)) {
         if (child.attribute(NODE_TYPE) == LOGIN_USER) {
-            container.removeChild(child);
+            m_pData->lookup.Remove(child);
             m_pData->lookup.ForgetAll();
             return;
         }

@@ -203,6 +203,7 @@ private:
     QDomElement FindValueToRead(const QString& name, View view) const;
     QDomElement SetStringImplPrivate(const QString& name, const QString& value, View view);
     void SetValueAndType(const QString& name, const QString& value, const QString& type, View view);
+    void Stamp(const QDomNode& node, int mode, bool recursive) const;
     void StampSubTree(const QDomNode& node) const;
     void AdvanceStamp(const QDomNode& node) const;
 
