@@ -317,6 +317,95 @@ void UseStandardDeclaration(QDomDocument& document, DomLookup& model)
     model.Replace(document.createProcessingInstruction(XML_DECLARATION_TARGET, PARSED_DECLARATION), first);
 }
 
+// The end of the markup that starts at `from` and ends with `terminator`;
+// the end of the bytes when the terminator is missing.
+int EndOf(const QByteArray& bytes, int from, const char* terminator)
+{
+    const int end = bytes.indexOf(terminator, from);
+    return end < 0 ? bytes.size() : end + int(qstrlen(terminator));
+}
+
+// Rewrites the start tag at bytes[from, end) with its attributes sorted by
+// name. The DOM writes every attribute as ` name="value"` with quotes inside
+// values escaped, which is all this needs to know.
+void AppendSortedTag(const QByteArray& bytes, int from, int end, QByteArray& out)
+{
+    const char* data = bytes.constData();
+    int i = from + 1;
+    while (i < end && data[i] != ' ' && data[i] != '>' && data[i] != '/')
+        ++i;
+    std::vector<QByteArray> attributes;
+    int rest = i;
+    while (rest < end && data[rest] == ' ') {
+        const int equals = bytes.indexOf("=\"", rest);
+        const int close = equals < 0 ? -1 : bytes.indexOf('"', equals + 2);
+        if (close < 0 || close >= end)
+            break;
+        attributes.push_back(bytes.mid(rest, close + 1 - rest));
+        rest = close + 1;
+    }
+    if (attributes.size() < 2) {
+        out.append(data + from, end - from);
+        return;
+    }
+    std::sort(attributes.begin(), attributes.end());
+    out.append(data + from, i - from);
+    for (const QByteArray& attribute : attributes)
+        out.append(attribute);
+    out.append(data + rest, end - rest);
+}
+
+// Qt writes an element's attributes in the order of a hash that it seeds per
+// process, so the same document could be saved differently by two
+// processes. Sorted by name, the saved bytes depend on the content alone.
+QByteArray WithSortedAttributes(const QByteArray& bytes)
+{
+    QByteArray out;
+    out.reserve(bytes.size());
+    const char* data = bytes.constData();
+    int i = 0;
+    while (i < bytes.size()) {
+        const int open = bytes.indexOf('<', i);
+        if (open < 0) {
+            out.append(data + i, bytes.size() - i);
+            break;
+        }
+        out.append(data + i, open - i);
+        int end;
+        if (bytes.mid(open, 4) == "<!--")
+            end = EndOf(bytes, open + 4, "-->");
+        else if (bytes.mid(open, 9) == "<![CDATA[")
+            end = EndOf(bytes, open + 9, "]]>");
+        else if (bytes.mid(open, 2) == "<?")
+            end = EndOf(bytes, open + 2, "?>");
+        else if (open + 1 < bytes.size() && (data[open + 1] == '!' || data[open + 1] == '/'))
+            end = EndOf(bytes, open + 2, ">");
+        else {
+            // Quotes inside values are escaped, so the first '>' after the
+            // last closing quote ends the tag; a '>' inside a value is not.
+            end = open + 1;
+            bool quoted = false;
+            while (end < bytes.size() && (quoted || data[end] != '>')) {
+                if (data[end] == '"')
+                    quoted = !quoted;
+                ++end;
+            }
+            end = qMin(end + 1, bytes.size());
+            AppendSortedTag(bytes, open, end, out);
+            i = end;
+            continue;
+        }
+        out.append(data + open, end - open);
+        i = end;
+    }
+    return out;
+}
+
+QByteArray Serialise(const QDomDocument& document)
+{
+    return WithSortedAttributes(document.toByteArray(CfgXml::XML_INDENT));
+}
+
 std::unique_ptr<QDomDocument> NewDocument()
 {
     const QDomDocumentType type =
@@ -1191,7 +1280,7 @@ void CfgXml::SaveDocument()
         for (const DetachedView& view : detached)
             complete = WriteSideView(view, view.element.tagName()) && complete;
         UseStandardDeclaration(*document, m_pData->lookup);
-        QByteArray bytes = document->toByteArray(XML_INDENT);
+        QByteArray bytes = Serialise(*document);
         if (UsageIs({CfgCenter::USAGE_1, CfgCenter::USAGE_3}))
             bytes = CfgXmlFile::NormaliseLineEnds(bytes);
         if (bytes != s_sBackupString || s_sBackupStringFile != m_sFileName) {
@@ -1271,7 +1360,7 @@ bool CfgXml::WriteSideView(const DetachedView& view, const QString& viewName)
         QDomDocument side;
         side.setContent(QByteArray(SIDE_SKELETON));
         side.documentElement().appendChild(side.importNode(view.element, true));
-        bytes = side.toByteArray(XML_INDENT);
+        bytes = Serialise(side);
     } else if (QFile::exists(view.fileName)) {
         bytes = isExport ? EXPORT_TEMPLATE : USER_TEMPLATE;
     } else {
@@ -1324,7 +1413,7 @@ QByteArray CfgXml::GetCfgAsStringFromApp(const QString& appKey)
             exchangeRoot.appendChild(exchangeView);
         }
     }
-    return exchange.toByteArray(XML_INDENT);
+    return Serialise(exchange);
 }
 
 namespace {

@@ -64,6 +64,8 @@ struct CfgXmlData;
 ///   do not mention is removed. Unparsable bytes change nothing: they are
 ///   written with the parser's diagnosis to "Invalid_cfg_from_<appKey>_<n>.xml"
 ///   beside F and a trace names that file.
+/// - Attributes are written sorted by name, so that the saved bytes depend on
+///   the content alone and not on the process that saved them.
 /// - Files larger than 256 MiB, documents nested deeper than 1000 levels and
 ///   documents that declare entities are treated as parse errors.
 class ZENTAPPSTARTUP_EXPORT CfgXml : public Cfg

@@ -9,7 +9,9 @@
 
 #include <QDomDocument>
 #include <QFile>
+#include <QDir>
 #include <QFileInfo>
+#include <QProcess>
 #include <QtTest>
 #include <functional>
 #include <memory>
@@ -420,7 +422,58 @@ private slots:
         QCOMPARE(m_os->syncedFiles.size(), syncs);
     }
 
+    // Attributes in many orders: the hash that Qt keeps them in is seeded
+    // per process.
+    void sameContentSavesTheSameBytesInEveryProcess()
+    {
+        QByteArray elements;
+        for (int i = 0; i < 20; ++i)
+            elements += "<V" + QByteArray::number(i) +
+                        " zeta=\"z\" alpha=\"a&quot;>\" mid=\"m\" beta=\"b\" protected=\"true\" "
+                        "type=\"string\" ts=\"1\">" +
+                        QByteArray::number(i) + "</V" + QByteArray::number(i) + ">";
+        const QByteArray content = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Cfg version=\"2.2\">"
+                                   "<System/><Domain/><Machine><App b=\"1\" a=\"2\" c=\"3\">" + elements +
+                                   "</App></Machine><Export/><User><App b=\"1\" a=\"2\" c=\"3\" d=\"4\">" +
+                                   elements + "</App></User></Cfg>\n";
+        QStringList saved;
+        for (const QString& folder : {QStringLiteral("first"), QStringLiteral("second")}) {
+            QVERIFY(QDir(m_dir->path()).mkdir(folder));
+            const QString fileName = Path(folder + QStringLiteral("/Cfg.xml"));
+            QFile file(fileName);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(content);
+            file.close();
+            QProcess helper;
+            helper.setWorkingDirectory(Path(folder));
+            QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+            environment.remove(QStringLiteral("QT_HASH_SEED"));
+            helper.setProcessEnvironment(environment);
+            helper.start(QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("cfgxmlsavehelper")),
+                         {fileName});
+            QVERIFY2(helper.waitForFinished(30000), qPrintable(helper.errorString()));
+            QCOMPARE(helper.readAllStandardError(), QByteArray());
+            QCOMPARE(helper.exitCode(), 0);
+            saved.append(fileName);
+        }
+        for (const QString& suffix : {QString(), QStringLiteral(".exchange")}) {
+            const QByteArray first = ReadAll(saved[0] + suffix);
+            QCOMPARE(ReadAll(saved[1] + suffix), first);
+            QVERIFY(first.contains("<V7 alpha=\"a&quot;>\" beta=\"b\" mid=\"m\" protected=\"true\" ts=\"1\" "
+                                   "type=\"string\" zeta=\"z\">7</V7>"));
+        }
+        const QByteArray user = ReadAll(Path(QStringLiteral("first/Cfg.usr.xml")));
+        QVERIFY(user.contains("<App a=\"2\" b=\"1\" c=\"3\" d=\"4\">"));
+        QCOMPARE(ReadAll(Path(QStringLiteral("second/Cfg.usr.xml"))), user);
+    }
+
 private:
+    static QByteArray ReadAll(const QString& fileName)
+    {
+        QFile file(fileName);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+    }
+
     static void ReadEverything(OpenCfgXml* cfg)
     {
         QCOMPARE(cfg->GetString(QStringLiteral("A"), QString()), QStringLiteral("1"));
