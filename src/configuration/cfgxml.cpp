@@ -122,31 +122,40 @@ bool IsXmlChar(char16_t c)
     return c >= 0x20 ? (c != 0xFFFE && c != 0xFFFF) : (c == 0x09 || c == 0x0A || c == 0x0D);
 }
 
-// Characters that XML 1.0 cannot carry would make the written file
-// unreadable, so they are dropped as the value is stored.
-QString XmlSafeText(const QString& text)
+// The position of the first character that XML 1.0 cannot carry (control
+// characters, U+FFFE, U+FFFF, unpaired surrogates); -1 when there is none.
+int FirstNonXmlChar(const QString& text)
 {
-    const auto isValidAt = [&text](int i, int* width) {
+    for (int i = 0; i < text.size(); ++i) {
         const QChar c = text.at(i);
-        *width = 1;
         if (c.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) {
-            *width = 2;
+            ++i;
+            continue;
+        }
+        if (c.isSurrogate() || !IsXmlChar(c.unicode()))
+            return i;
+    }
+    return -1;
+}
+
+// The first component of a backslash-separated path that cannot be an
+// element name; components left empty by doubled separators are skipped, as
+// the walk skips them. Returns false when every component is valid.
+bool FindInvalidComponent(const QString& path, QString* invalid)
+{
+    for (const QString& part : SplitKey(path)) {
+        if (!IsValidXmlName(part)) {
+            *invalid = part;
             return true;
         }
-        return !c.isSurrogate() && IsXmlChar(c.unicode());
-    };
-    int width = 1;
-    int i = 0;
-    while (i < text.size() && isValidAt(i, &width))
-        i += width;
-    if (i == text.size())
-        return text;
-    QString safe = text.left(i);
-    for (; i < text.size(); i += width) {
-        if (isValidAt(i, &width))
-            safe.append(text.mid(i, width));
     }
-    return safe;
+    return false;
+}
+
+QString NotAnElementName(const QString& what, const QString& name, const QString& invalid)
+{
+    return QStringLiteral("%1 \"%2\" was not stored: \"%3\" cannot be an XML element name.")
+        .arg(what, name, invalid);
 }
 
 QDomText FirstTextChild(const QDomNode& node)
@@ -162,11 +171,6 @@ QDomText FirstTextChild(const QDomNode& node)
 bool IsValue(const QDomElement& element)
 {
     return element.firstChild().isText() || element.hasAttribute(CfgXml::PROTECTED);
-}
-
-bool IsIgnorable(const QDomNode& node)
-{
-    return node.isComment() || node.isProcessingInstruction();
 }
 
 QString TypeFromText(const QString& text)
@@ -693,12 +697,26 @@ long CfgXml::GetIntegerImpl(QString name, long defaultValue, View view)
     return ok ? value : defaultValue;
 }
 
-QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& rawValue, View view)
+// A write that cannot be stored as it was given is refused with an
+// exception, before anything is created: never dropped, never altered.
+QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& value, View view,
+                                         const QString& operation)
 {
-    const QString value = XmlSafeText(rawValue);
     const int separator = name.lastIndexOf(KEY_SEPARATOR);
     const QString path = separator >= 0 ? name.left(separator) : QString();
     const QString valueName = separator >= 0 ? name.mid(separator + 1) : name;
+    QString invalid;
+    if (FindInvalidComponent(path, &invalid) || (!name.isEmpty() && !IsValidXmlName(valueName)))
+        throw KVException(NotAnElementName(QStringLiteral("The value"), name,
+                                           invalid.isNull() ? valueName : invalid),
+                          SOURCE_FILE, CLASS_NAME, operation, __LINE__);
+    const int nonXml = FirstNonXmlChar(value);
+    if (nonXml >= 0)
+        throw KVException(QStringLiteral("The value \"%1\" was not stored: its text contains the character "
+                                         "U+%2, which XML cannot carry.")
+                              .arg(name, QStringLiteral("%1").arg(value.at(nonXml).unicode(), 4, 16,
+                                                                 QLatin1Char('0')).toUpper()),
+                          SOURCE_FILE, CLASS_NAME, operation, __LINE__);
     QDomNode node = GetNode(path, view, true);
     if (node.isNull())
         return QDomElement();
@@ -717,8 +735,6 @@ QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& raw
     }
     QDomElement element = m_pData->lookup.FirstChildElementNamed(node, valueName);
     if (element.isNull()) {
-        if (!IsValidXmlName(valueName))
-            return QDomElement();
         element = Document()->createElement(valueName);
         if (view != VIEW_User)
             element.setAttribute(PROTECTED, TRUE_TEXT);
@@ -741,26 +757,29 @@ QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& raw
     return element;
 }
 
-void CfgXml::SetValueAndType(const QString& name, const QString& value, const QString& type, View view)
+void CfgXml::SetValueAndType(const QString& name, const QString& value, const QString& type, View view,
+                             const QString& operation)
 {
-    QDomElement element = SetStringImplPrivate(name, value, view);
+    QDomElement element = SetStringImplPrivate(name, value, view, operation);
     if (!element.isNull() && !element.hasAttribute(TYPE))
         m_pData->lookup.SetAttribute(element, TYPE, type);
 }
 
 void CfgXml::SetStringImpl(QString name, QString value, View view)
 {
-    SetValueAndType(name, value, GetTypeAsString(TYPE_String), view);
+    SetValueAndType(name, value, GetTypeAsString(TYPE_String), view, QStringLiteral("SetString"));
 }
 
 void CfgXml::SetIntegerImpl(QString name, long value, View view)
 {
-    SetValueAndType(name, QString::number(static_cast<qint32>(value)), GetTypeAsString(TYPE_Integer), view);
+    SetValueAndType(name, QString::number(static_cast<qint32>(value)), GetTypeAsString(TYPE_Integer), view,
+                    QStringLiteral("SetInteger"));
 }
 
 void CfgXml::SetBooleanImpl(QString name, bool value, View view)
 {
-    SetValueAndType(name, value ? TRUE_TEXT : FALSE_TEXT, GetTypeAsString(TYPE_Boolean), view);
+    SetValueAndType(name, value ? TRUE_TEXT : FALSE_TEXT, GetTypeAsString(TYPE_Boolean), view,
+                    QStringLiteral("SetBoolean"));
 }
 
 ICfg::AttributeType CfgXml::GetAttributeType(QString name, View view)
@@ -845,15 +864,16 @@ bool CfgXml::RenameAttribute(QString oldName, QString newName, View view)
 
 namespace {
 
-// Values and sub-configurations in document order; a child that is neither an
-// element nor ignorable ends what the sub-configuration listing can reach.
+// Values and sub-configurations in document order. Any child that is not an
+// element (text, comment, processing instruction) ends what the
+// sub-configuration listing can reach: enumerating past it fails.
 DomLookup::Listing BuildListing(const QDomNode& node, DomLookup::ListingKind kind)
 {
     DomLookup::Listing listing;
     listing.built = true;
     for (QDomNode child = node.firstChild(); !child.isNull(); child = child.nextSibling()) {
         if (!child.isElement()) {
-            if (kind == DomLookup::SubConfigurations && !IsIgnorable(child) && listing.reachable < 0)
+            if (kind == DomLookup::SubConfigurations && listing.reachable < 0)
                 listing.reachable = int(listing.items.size());
             continue;
         }
@@ -892,6 +912,14 @@ ICfg* CfgXml::CreateSubCfg(QString key, View view) const
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     view = ResolveView(view);
+    QString invalid;
+    if (FindInvalidComponent(key, &invalid)) {
+        _Q_Trace(QStringLiteral("The sub-configuration \"%1\" does not exist: \"%2\" cannot be an XML element "
+                                "name.")
+                     .arg(key, invalid),
+                 __FILE__, __LINE__);
+        return nullptr;
+    }
     const QDomNode node = GetNode(key, view, false);
     if (!node.isElement())
         return nullptr;
@@ -915,6 +943,11 @@ ICfg* CfgXml::CreateSubCfgAtImpl(int index, View view)
 bool CfgXml::AddSubCfg(QString key, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
+    QString invalid;
+    if (SplitKey(key).isEmpty() || FindInvalidComponent(key, &invalid)) {
+        _Q_Trace(NotAnElementName(QStringLiteral("The sub-configuration"), key, invalid), __FILE__, __LINE__);
+        return false;
+    }
     return !GetNode(key, ResolveView(view), true).isNull();
 }
 
@@ -1143,12 +1176,14 @@ bool CfgXml::UsesSideFiles() const
 // one-file document keeps its user and export values.
 void CfgXml::GraftSideView(const QString& viewName, const QString& fileName, const char* emptyTemplate)
 {
-    if (!UsesSideFiles() || fileName.isEmpty())
+    // The user side file is read in every usage; only usages 0 and 4 write it.
+    const bool reads = viewName == GetViewAsString(VIEW_User) ? !m_bNoSideFiles : UsesSideFiles();
+    if (!reads || fileName.isEmpty())
         return;
     CfgXmlFile::CompleteInterruptedRotation(fileName);
     QDomElement root = Document()->documentElement();
     const QDomElement existing = root.firstChildElement(viewName);
-    if (!existing.isNull() && !QFile::exists(fileName))
+    if (!QFile::exists(fileName) && (!existing.isNull() || !UsesSideFiles()))
         return;
     const QDomElement view = ReadSideView(fileName, viewName, emptyTemplate);
     if (view.isNull())
@@ -1284,7 +1319,9 @@ void CfgXml::SaveDocument()
         if (UsageIs({CfgCenter::USAGE_1, CfgCenter::USAGE_3}))
             bytes = CfgXmlFile::NormaliseLineEnds(bytes);
         if (bytes != s_sBackupString || s_sBackupStringFile != m_sFileName) {
-            const CfgXmlFile::WriteResult result = CfgXmlFile::WriteRotated(m_sFileName, bytes);
+            const CfgXmlFile::WriteResult result = RotationFindsOnlyFiles(m_sFileName)
+                                                       ? CfgXmlFile::WriteRotated(m_sFileName, bytes)
+                                                       : CfgXmlFile::WriteResult::TempNotOpened;
             // The message names the ".bak.temp" file although ".temp" failed: intended wording.
             if (result == CfgXmlFile::WriteResult::TempNotOpened)
                 throw KVException(QStringLiteral("Cannot open ") + m_sFileName + QStringLiteral(".bak.temp") +
@@ -1305,6 +1342,22 @@ void CfgXml::SaveDocument()
         RememberSaved();
     else
         m_pData->saved = CfgXmlData::SavedState();
+}
+
+// The rotation renames and removes the file and its ".temp", ".bak" and
+// ".bak.temp"; a folder, link or device of one of these names is never
+// moved, so the save stops before the rotation starts.
+bool CfgXml::RotationFindsOnlyFiles(const QString& fileName)
+{
+    for (const QString& name : {fileName, fileName + QStringLiteral(".temp"), fileName + QStringLiteral(".bak"),
+                                fileName + QStringLiteral(".bak.temp")}) {
+        const QFileInfo info(name);
+        if (info.isSymLink() || (info.exists() && !info.isFile())) {
+            _Q_Trace(name + QStringLiteral(" is not a regular file; not saved"), __FILE__, __LINE__);
+            return false;
+        }
+    }
+    return true;
 }
 
 bool CfgXml::IsSavedUnchanged() const
@@ -1370,12 +1423,12 @@ bool CfgXml::WriteSideView(const DetachedView& view, const QString& viewName)
     QString& lastFile = isExport ? s_sBackupExportFile : s_sBackupUserFile;
     if (bytes == lastBytes && lastFile == view.fileName)
         return true;
-    const CfgXmlFile::WriteResult result = CfgXmlFile::WriteRotated(view.fileName, bytes);
-    if (result == CfgXmlFile::WriteResult::TempNotOpened)
+    // A side file that cannot be written is an error of the save, whichever
+    // step of the rotation failed.
+    if (!RotationFindsOnlyFiles(view.fileName) ||
+        CfgXmlFile::WriteRotated(view.fileName, bytes) != CfgXmlFile::WriteResult::Written)
         throw KVException(QStringLiteral("Cannot open ") + view.fileName + QStringLiteral(" for writing."),
                           SOURCE_FILE, CLASS_NAME, QStringLiteral("SaveDocumentExtra"), __LINE__);
-    if (result != CfgXmlFile::WriteResult::Written)
-        return false;
     lastBytes = bytes;
     lastFile = view.fileName;
     return true;
@@ -1546,6 +1599,10 @@ void CfgXml::SetUserViewSubkey(const QString& subkey)
     s_sUserSubkey = name;
     ++s_partitionChanges;
     m_pData->lookup.ForgetAll();
+    // The walk creates the user's partition when it is missing, as a copy of
+    // the plain user view.
+    if (Document())
+        CfgXml(this, CfgCenter::GetAppName(), VIEW_User).GetNode(QString(), VIEW_User, false);
     const QString active = LoginUserElement().attribute(ACTIVE_USER);
     if (!active.isEmpty()) {
         s_addtionalSubkeys.push_front(active);
@@ -1560,6 +1617,21 @@ void CfgXml::SetAdditionalUserViewSubkey(const std::list<QString>& subkeys)
     s_addtionalSubkeys = subkeys;
     ++s_partitionChanges;
     m_pData->lookup.ForgetAll();
+    if (s_sUserSubkey.isEmpty() || subkeys.empty() || !Document())
+        return;
+    // The partitions are brought in line with the list: below the user's
+    // element each entry is the partition inside the one before it. The walk
+    // creates the missing ones; an element of an entry's name that is not
+    // marked yet becomes a partition ("nodeType"="addSubKey"). Partitions the
+    // list does not name are kept: they hold other named configurations.
+    CfgXml(this, QString(), VIEW_User).GetNode(QString(), VIEW_User, false);
+    QDomElement partition = LoginUserElement();
+    for (const QString& subkey : s_addtionalSubkeys) {
+        partition = m_pData->lookup.FirstChildElementNamed(partition, subkey);
+        if (partition.isNull())
+            break;
+        m_pData->lookup.SetAttribute(partition, NODE_TYPE, ADD_SUB_KEY);
+    }
 }
 
 std::list<QString> CfgXml::GetAdditionalUserViewSubkey()
@@ -1638,10 +1710,6 @@ void CfgXml::DeleteConfigurationName(const QString& name)
         SaveThroughCentre();
         m_pData->lookup.Remove(child);
         break;
-    }
-    if (s_sLastConfiguration == key) {
-        DropActiveConfiguration();
-        s_sLastConfiguration.clear();
     }
     m_pData->lookup.ForgetAll();
 }

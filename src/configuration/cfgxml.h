@@ -33,9 +33,15 @@ struct CfgXmlData;
 /// a document.
 ///
 /// Decisions on points the format leaves open:
-/// - Characters that XML 1.0 cannot carry (control characters other than tab,
-///   line feed and carriage return, U+FFFE, U+FFFF, unpaired surrogates) are
-///   dropped from written texts, so that a written file can always be read.
+/// - A write is stored as given or refused, never dropped or altered: SetString,
+///   SetInteger and SetBoolean throw KVException (class "CfgXml", the
+///   setter's name as operation) when a component of the name cannot be an
+///   XML element name ("has space", "1st", "a/b", an empty name after a
+///   backslash) or when the text holds a character that XML 1.0 cannot carry
+///   (control characters other than tab, line feed and carriage return,
+///   U+FFFE, U+FFFF, unpaired surrogates). AddSubCfg returns false and
+///   CreateSubCfg null for such a name (an empty one too, for AddSubCfg),
+///   each with a trace naming it.
 /// - A value name may be a relative path ("Sub\Name"); the value then lives
 ///   in that sub-configuration.
 /// - Lookups by name (HasAttribute, RemoveAttribute, RenameAttribute, the
@@ -43,13 +49,15 @@ struct CfgXmlData;
 ///   or not; only the enumerations tell values from sub-configurations.
 /// - RenameAttribute onto an existing name, MoveSubCfg onto an existing
 ///   target or into its own sub-tree, and names that are not valid XML
-///   element names change nothing and return false; AddSubCfg returns false
-///   only when the node cannot be created (invalid name).
+///   element names change nothing and return false.
 /// - When F is missing and the selected view is VIEW_User, no main file is
 ///   created: the document is built from the user template and the user side
 ///   file, and the first save writes F.
-/// - Side files are read and written only in usages 0 and 4 and unless
-///   SuppressSideFiles() was called. When a side file does not exist, the view
+/// - Side files are written only in usages 0 and 4; the export side file is
+///   read only in these, the user side file in every usage; neither unless
+///   SuppressSideFiles() was called. A save stops with KVException before
+///   its rotation when the file or one of its ".temp", ".bak", ".bak.temp"
+///   names is something other than a regular file (a folder, a link). When a side file does not exist, the view
 ///   found in the main file (an older one-file document) is kept. An emptied
 ///   view is written as the template only when its side file exists.
 /// - An unparsable side file is reported, set aside as ".corrupt." like the
@@ -203,8 +211,10 @@ private:
     [[noreturn]] void FailWalk(const QString& problem, int line) const;
     QDomElement FindValue(const QString& name, View view, bool create) const;
     QDomElement FindValueToRead(const QString& name, View view) const;
-    QDomElement SetStringImplPrivate(const QString& name, const QString& value, View view);
-    void SetValueAndType(const QString& name, const QString& value, const QString& type, View view);
+    QDomElement SetStringImplPrivate(const QString& name, const QString& value, View view,
+                                     const QString& operation);
+    void SetValueAndType(const QString& name, const QString& value, const QString& type, View view,
+                         const QString& operation);
     void Stamp(const QDomNode& node, int mode, bool recursive) const;
     void StampSubTree(const QDomNode& node) const;
     void AdvanceStamp(const QDomNode& node) const;
@@ -222,6 +232,7 @@ private:
 
     std::list<DetachedView> DetachSideViews();
     bool WriteSideView(const DetachedView& view, const QString& viewName);
+    static bool RotationFindsOnlyFiles(const QString& fileName);
     bool IsSavedUnchanged() const;
     void RememberSaved();
     void GraftBack(std::list<DetachedView>& views);
