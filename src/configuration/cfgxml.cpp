@@ -14,6 +14,8 @@
 #include <QXmlStreamReader>
 #include <algorithm>
 #include <atomic>
+#include <cstring>
+#include <string_view>
 #include <vector>
 
 const QString CfgXml::VERSION_TAG = QStringLiteral("version");
@@ -329,23 +331,31 @@ int EndOf(const QByteArray& bytes, int from, const char* terminator)
     return end < 0 ? bytes.size() : end + int(qstrlen(terminator));
 }
 
-// Rewrites the start tag at bytes[from, end) with its attributes sorted by
+bool StartsWithAt(const QByteArray& bytes, int at, const char* text)
+{
+    const int length = int(qstrlen(text));
+    return bytes.size() - at >= length && memcmp(bytes.constData() + at, text, size_t(length)) == 0;
+}
+
+// Appends the start tag at bytes[from, end) with its attributes sorted by
 // name. The DOM writes every attribute as ` name="value"` with quotes inside
-// values escaped, which is all this needs to know.
-void AppendSortedTag(const QByteArray& bytes, int from, int end, QByteArray& out)
+// values escaped, which is all this needs to know. `attributes` is scratch
+// space, kept by the caller so that tags do not allocate.
+void AppendSortedTag(const QByteArray& bytes, int from, int end, std::vector<std::string_view>& attributes,
+                     QByteArray& out)
 {
     const char* data = bytes.constData();
     int i = from + 1;
     while (i < end && data[i] != ' ' && data[i] != '>' && data[i] != '/')
         ++i;
-    std::vector<QByteArray> attributes;
+    attributes.clear();
     int rest = i;
     while (rest < end && data[rest] == ' ') {
         const int equals = bytes.indexOf("=\"", rest);
         const int close = equals < 0 ? -1 : bytes.indexOf('"', equals + 2);
         if (close < 0 || close >= end)
             break;
-        attributes.push_back(bytes.mid(rest, close + 1 - rest));
+        attributes.emplace_back(data + rest, size_t(close + 1 - rest));
         rest = close + 1;
     }
     if (attributes.size() < 2) {
@@ -354,8 +364,8 @@ void AppendSortedTag(const QByteArray& bytes, int from, int end, QByteArray& out
     }
     std::sort(attributes.begin(), attributes.end());
     out.append(data + from, i - from);
-    for (const QByteArray& attribute : attributes)
-        out.append(attribute);
+    for (const std::string_view attribute : attributes)
+        out.append(attribute.data(), int(attribute.size()));
     out.append(data + rest, end - rest);
 }
 
@@ -366,6 +376,7 @@ QByteArray WithSortedAttributes(const QByteArray& bytes)
 {
     QByteArray out;
     out.reserve(bytes.size());
+    std::vector<std::string_view> attributes;
     const char* data = bytes.constData();
     int i = 0;
     while (i < bytes.size()) {
@@ -376,17 +387,17 @@ QByteArray WithSortedAttributes(const QByteArray& bytes)
         }
         out.append(data + i, open - i);
         int end;
-        if (bytes.mid(open, 4) == "<!--")
+        if (StartsWithAt(bytes, open, "<!--")) {
             end = EndOf(bytes, open + 4, "-->");
-        else if (bytes.mid(open, 9) == "<![CDATA[")
+        } else if (StartsWithAt(bytes, open, "<![CDATA[")) {
             end = EndOf(bytes, open + 9, "]]>");
-        else if (bytes.mid(open, 2) == "<?")
+        } else if (StartsWithAt(bytes, open, "<?")) {
             end = EndOf(bytes, open + 2, "?>");
-        else if (open + 1 < bytes.size() && (data[open + 1] == '!' || data[open + 1] == '/'))
+        } else if (StartsWithAt(bytes, open, "<!") || StartsWithAt(bytes, open, "</")) {
             end = EndOf(bytes, open + 2, ">");
-        else {
-            // Quotes inside values are escaped, so the first '>' after the
-            // last closing quote ends the tag; a '>' inside a value is not.
+        } else {
+            // Quotes inside values are escaped, so a '>' between quotes
+            // belongs to a value and the first one outside ends the tag.
             end = open + 1;
             bool quoted = false;
             while (end < bytes.size() && (quoted || data[end] != '>')) {
@@ -395,7 +406,7 @@ QByteArray WithSortedAttributes(const QByteArray& bytes)
                 ++end;
             }
             end = qMin(end + 1, bytes.size());
-            AppendSortedTag(bytes, open, end, out);
+            AppendSortedTag(bytes, open, end, attributes, out);
             i = end;
             continue;
         }

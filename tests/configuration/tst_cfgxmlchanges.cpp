@@ -475,6 +475,40 @@ private slots:
         QCOMPARE(ReadAll(Path(QStringLiteral("second/Cfg.usr.xml"))), user);
     }
 
+    // Only start tags are touched: comments, character data and processing
+    // instructions that look like tags stay as they are.
+    void sortingTouchesOnlyStartTags()
+    {
+        const QByteArray content =
+            "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Cfg version=\"2.2\"><System/><Domain/><Machine>"
+            "<!-- <X b=\"1\" a=\"2\"> -->"
+            "<App z=\"1\" y=\"&lt;&gt;&quot;&amp;\" x=\"3\"><V c=\"1\" b=\"2\"><![CDATA[<Y b=\"1\" a=\"2\">]]></V>"
+            "<?pi b=\"1\" a=\"2\"?><Empty q=\"1\" p=\"2\"/></App></Machine></Cfg>\n";
+        QFile file(Path(QStringLiteral("Cfg.xml")));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(content);
+        file.close();
+        OpenCfgXml cfg(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App"), ICfg::VIEW_Machine);
+        CfgXml::SetTimeStampsEnabled(false);
+        cfg.OpenDocument(false);
+        cfg.SaveDocument();
+        CfgXml::SetTimeStampsEnabled(true);
+        QCOMPARE(ReadAll(Path(QStringLiteral("Cfg.xml"))),
+                 QByteArray("<?xml version='1.0' encoding='utf-8'?>\n"
+                            "<Cfg version=\"2.2\">\n"
+                            "    <System/>\n"
+                            "    <Domain/>\n"
+                            "    <Machine>\n"
+                            "        <!-- <X b=\"1\" a=\"2\"> -->\n"
+                            "        <App x=\"3\" y=\"&lt;>&quot;&amp;\" z=\"1\">\n"
+                            "            <V b=\"2\" c=\"1\"><![CDATA[<Y b=\"1\" a=\"2\">]]></V>\n"
+                            "<?pi b=\"1\" a=\"2\"?>\n"
+                            "            <Empty p=\"2\" q=\"1\"/>\n"
+                            "        </App>\n"
+                            "    </Machine>\n"
+                            "</Cfg>\n"));
+    }
+
 private:
     static QByteArray ReadAll(const QString& fileName)
     {
