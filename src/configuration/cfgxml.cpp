@@ -1651,16 +1651,27 @@ std::list<QString> CfgXml::GetAdditionalUserViewSubkey()
     return s_addtionalSubkeys;
 }
 
+// A configuration's name becomes part of an element name; one that cannot is
+// refused before anything changes, so that the user's settings never go to
+// a partition that cannot exist.
+void CfgXml::CheckConfigurationName(const QString& name, const QString& operation)
+{
+    if (!IsValidXmlName(UC_PREFIX + name))
+        throw KVException(NotAnElementName(QStringLiteral("The configuration"), name, UC_PREFIX + name),
+                          SOURCE_FILE, CLASS_NAME, operation, __LINE__);
+}
+
 void CfgXml::SaveConfigurationName(const QString& name)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
+    CheckConfigurationName(name, QStringLiteral("SaveConfigurationName"));
     const QString key = UC_PREFIX + name;
     DropActiveConfiguration();
     s_addtionalSubkeys.push_front(key);
     ++s_partitionChanges;
     s_sLastConfiguration = key;
     QDomElement user = LoginUserElement();
-    if (user.isNull() || !IsValidXmlName(key))
+    if (user.isNull())
         return;
     QDomElement configuration;
     for (QDomElement child = user.firstChildElement(key); !child.isNull();
@@ -1695,8 +1706,9 @@ void CfgXml::SaveThroughCentre()
 void CfgXml::RenameConfigurationName(const QString& from, const QString& to)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
+    CheckConfigurationName(to, QStringLiteral("RenameConfigurationName"));
     QDomElement configuration = LoginUserElement().firstChildElement(UC_PREFIX + from);
-    if (configuration.isNull() || !IsValidXmlName(UC_PREFIX + to))
+    if (configuration.isNull())
         return;
     m_pData->lookup.Rename(configuration, UC_PREFIX + to);
     if (s_sLastConfiguration == UC_PREFIX + from) {

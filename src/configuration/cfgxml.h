@@ -41,7 +41,9 @@ struct CfgXmlData;
 ///   (control characters other than tab, line feed and carriage return,
 ///   U+FFFE, U+FFFF, unpaired surrogates). AddSubCfg returns false and
 ///   CreateSubCfg null for such a name (an empty one too, for AddSubCfg),
-///   each with a trace naming it.
+///   each with a trace naming it. SaveConfigurationName and
+///   RenameConfigurationName throw for a name that cannot follow "UC___" in
+///   an element name ("my settings"), before anything changes.
 /// - A value name may be a relative path ("Sub\Name"); the value then lives
 ///   in that sub-configuration.
 /// - Lookups by name (HasAttribute, RemoveAttribute, RenameAttribute, the
@@ -240,6 +242,7 @@ private:
     QDomElement UserElement();
     QDomElement LoginUserElement();
     void DropActiveConfiguration();
+    static void CheckConfigurationName(const QString& name, const QString& operation);
     void SaveThroughCentre();
 
     std::shared_ptr<CfgXmlData> m_pData;

@@ -273,6 +273,24 @@ private slots:
         QCOMPARE(m_cfg->GetUserConfigurations(), (std::list<QString>{QStringLiteral("X"), QStringLiteral("Y")}));
     }
 
+    void configurationNamesThatCannotBeElementsAreRefused()
+    {
+        m_cfg->SetUserViewSubkey(QStringLiteral("Ann"));
+        CompareKVException(CaughtKVException([&] { m_cfg->SaveConfigurationName(QStringLiteral("my settings")); }),
+                           QStringLiteral("The configuration \"my settings\" was not stored: \"UC___my settings\" "
+                                          "cannot be an XML element name."),
+                           QStringLiteral("configuration/cfgxml"), QStringLiteral("CfgXml"),
+                           QStringLiteral("SaveConfigurationName"));
+        CompareKVException(
+            CaughtKVException([&] { m_cfg->RenameConfigurationName(QStringLiteral("Y"), QStringLiteral("a/b")); }),
+            QStringLiteral("The configuration \"a/b\" was not stored: \"UC___a/b\" cannot be an XML element name."),
+            QStringLiteral("configuration/cfgxml"), QStringLiteral("CfgXml"),
+            QStringLiteral("RenameConfigurationName"));
+        QCOMPARE(m_cfg->GetAdditionalUserViewSubkey(), std::list<QString>{QStringLiteral("UC___X")});
+        QCOMPARE(m_cfg->GetUserConfigurations(), (std::list<QString>{QStringLiteral("X"), QStringLiteral("Y")}));
+        QCOMPARE(m_component.saves, 0);
+    }
+
     void userConfigurationsNeedAUser()
     {
         QVERIFY(m_cfg->GetUserConfigurations().empty());
