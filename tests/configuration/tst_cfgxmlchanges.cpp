@@ -404,29 +404,45 @@ private slots:
         QCOMPARE(file.readAll(), saved);
     }
 
+    void readsAndEnumerationsWriteNothing_data()
+    {
+        QTest::addColumn<int>("usage");
+        QTest::newRow("one_file") << int(CfgCenter::USAGE_2);
+        QTest::newRow("side_files") << int(CfgCenter::USAGE_0);
+    }
+
     void readsAndEnumerationsWriteNothing()
     {
+        QFETCH(int, usage);
         auto cfg = Open();
         QVERIFY(cfg);
+        CfgCenter::SetUsage(CfgCenter::CfgCenterUsage(usage));
         cfg->SetUserViewSubkey(QStringLiteral("Ann"));
         cfg->SaveDocument();
         // The first reads stamp the nodes they walk for the first time; the
         // save after them writes those stamps.
         ReadEverything(cfg.get());
         cfg->SaveDocument();
-        const QString fileName = Path(QStringLiteral("Cfg.xml"));
-        const QString backupName = fileName + QStringLiteral(".bak");
-        const FileState file = StateOf(fileName);
-        const FileState backup = StateOf(backupName);
-        QVERIFY(file.exists);
-        QVERIFY(backup.exists);
+        QStringList names;
+        for (const QString& name : {QStringLiteral("Cfg.xml"), QStringLiteral("Cfg.usr.xml"),
+                                    QStringLiteral("Cfg.exp.xml")}) {
+            names.append(Path(name));
+            names.append(Path(name + QStringLiteral(".bak")));
+        }
+        std::vector<FileState> states;
+        for (const QString& name : names)
+            states.push_back(StateOf(name));
+        QVERIFY(states[0].exists);
+        QVERIFY(states[1].exists);
+        QCOMPARE(states[2].exists, usage == CfgCenter::USAGE_0);
+        QCOMPARE(states[4].exists, usage == CfgCenter::USAGE_0);
         const int syncs = m_os->syncedFiles.size();
         m_os->time += 10;
         ReadEverything(cfg.get());
         cfg->SaveDocument();
         cfg->SaveDocument();
-        QVERIFY(StateOf(fileName) == file);
-        QVERIFY(StateOf(backupName) == backup);
+        for (int i = 0; i < names.size(); ++i)
+            QVERIFY2(StateOf(names[i]) == states[size_t(i)], qPrintable(names[i]));
         QCOMPARE(m_os->syncedFiles.size(), syncs);
     }
 
