@@ -146,11 +146,19 @@ public:
     void RestoreBackup() override;
     QString GetBackupDocumentName(const char* name) override;
 
+    /// Selects the login user's partition and walks to the application's node
+    /// in it (creating the partition), so an open document needs the
+    /// configuration centre's application configuration for its name.
     void SetUserViewSubkey(const QString& subkey) override;
+    /// With a user selected, creates the partitions of the list below the
+    /// user's element and marks existing elements of their names as
+    /// partitions; other partitions stay.
     void SetAdditionalUserViewSubkey(const std::list<QString>& subkeys) override;
     std::list<QString> GetAdditionalUserViewSubkey() override;
     void SaveConfigurationName(const QString& name) override;
     void RenameConfigurationName(const QString& from, const QString& to) override;
+    /// Saves the configuration marked "delete", then removes it; the list of
+    /// partitions is not changed.
     void DeleteConfigurationName(const QString& name) override;
     void LoadConfigurationName(const QString& name) override;
     std::list<QString> GetUserConfigurations() override;
