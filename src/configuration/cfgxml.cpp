@@ -708,6 +708,27 @@ long CfgXml::GetIntegerImpl(QString name, long defaultValue, View view)
     return ok ? value : defaultValue;
 }
 
+// The first name on the way to this object's node that cannot be an element
+// name: a user partition (in the user view) or a component of the key.
+bool CfgXml::FindInvalidNodeName(View view, QString* invalid) const
+{
+    QStringList names;
+    if (view == VIEW_User) {
+        if (!s_sUserSubkey.isEmpty())
+            names.append(s_sUserSubkey);
+        for (const QString& subkey : s_addtionalSubkeys)
+            names.append(subkey);
+    }
+    names.append(m_keyParts);
+    for (const QString& name : names) {
+        if (!IsValidXmlName(name)) {
+            *invalid = name;
+            return true;
+        }
+    }
+    return false;
+}
+
 // A write that cannot be stored as it was given is refused with an
 // exception, before anything is created: never dropped, never altered.
 QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& value, View view,
@@ -729,8 +750,14 @@ QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& val
                                                                  QLatin1Char('0')).toUpper()),
                           SOURCE_FILE, CLASS_NAME, operation, __LINE__);
     QDomNode node = GetNode(path, view, true);
-    if (node.isNull())
+    if (node.isNull()) {
+        // Only a name on the way there can keep an open document's node from
+        // being created: this object's key or a user partition.
+        if (Document() && FindInvalidNodeName(view, &invalid))
+            throw KVException(NotAnElementName(QStringLiteral("The value"), name, invalid), SOURCE_FILE, CLASS_NAME,
+                              operation, __LINE__);
         return QDomElement();
+    }
     if (valueName.isEmpty() && separator < 0) {
         QDomText text = FirstTextChild(node);
         if (text.isNull()) {

@@ -37,7 +37,8 @@ struct CfgXmlData;
 ///   SetInteger and SetBoolean throw KVException (class "CfgXml", the
 ///   setter's name as operation) when a component of the name cannot be an
 ///   XML element name ("has space", "1st", "a/b", an empty name after a
-///   backslash) or when the text holds a character that XML 1.0 cannot carry
+///   backslash; also a component of the object's key or, in the user view, a
+///   user partition's name) or when the text holds a character that XML 1.0 cannot carry
 ///   (control characters other than tab, line feed and carriage return,
 ///   U+FFFE, U+FFFF, unpaired surrogates). AddSubCfg returns false and
 ///   CreateSubCfg null for such a name (an empty one too, for AddSubCfg),
@@ -225,6 +226,7 @@ private:
                                      const QString& operation);
     void SetValueAndType(const QString& name, const QString& value, const QString& type, View view,
                          const QString& operation);
+    bool FindInvalidNodeName(View view, QString* invalid) const;
     void Stamp(const QDomNode& node, int mode, bool recursive) const;
     void StampSubTree(const QDomNode& node) const;
     void AdvanceStamp(const QDomNode& node) const;

@@ -1377,6 +1377,28 @@ private slots:
                  0);
     }
 
+    void writesBelowAKeyThatCannotBeAnElementAreRefused()
+    {
+        Write(Path(QStringLiteral("Cfg.xml")), MAIN);
+        OpenCfgXml cfg(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App\\My Part"), ICfg::VIEW_Machine);
+        cfg.OpenDocument(false);
+        CompareException([&] { cfg.SetInteger(QStringLiteral("V"), 1); },
+                         QStringLiteral("The value \"V\" was not stored: \"My Part\" cannot be an XML element name."),
+                         QStringLiteral("SetInteger"));
+    }
+
+    void writesToAUserPartitionThatCannotBeAnElementAreRefused()
+    {
+        auto cfg = Open(MAIN, QStringLiteral("App"), ICfg::VIEW_User);
+        CfgCenterTestAccess::SetAppCfg(cfg.get());
+        cfg->SetUserViewSubkey(QStringLiteral("DOMAIN\\john"));
+        QCOMPARE(cfg->GetString(QStringLiteral("V"), QStringLiteral("d")), QStringLiteral("d"));
+        CompareException([&] { cfg->SetString(QStringLiteral("V"), QStringLiteral("x")); },
+                         QStringLiteral("The value \"V\" was not stored: \"DOMAIN\\john\" cannot be an XML element "
+                                        "name."),
+                         QStringLiteral("SetString"));
+    }
+
     void subConfigurationNamesThatCannotBeElementsAreReported_data()
     {
         QTest::addColumn<QString>("key");
