@@ -160,6 +160,20 @@ QString NotAnElementName(const QString& what, const QString& name, const QString
         .arg(what, name, invalid);
 }
 
+// Throws when a value's name (a relative path ending in the value's own
+// name; empty for the node's own text) cannot be written as elements.
+void CheckValueName(const QString& name, const QString& operation)
+{
+    const int separator = name.lastIndexOf(KEY_SEPARATOR);
+    const QString valueName = separator >= 0 ? name.mid(separator + 1) : name;
+    QString invalid;
+    if (FindInvalidComponent(separator >= 0 ? name.left(separator) : QString(), &invalid) ||
+        (!name.isEmpty() && !IsValidXmlName(valueName)))
+        throw KVException(NotAnElementName(QStringLiteral("The value"), name,
+                                           invalid.isNull() ? valueName : invalid),
+                          SOURCE_FILE, CLASS_NAME, operation, __LINE__);
+}
+
 QDomText FirstTextChild(const QDomNode& node)
 {
     for (QDomNode child = node.firstChild(); !child.isNull(); child = child.nextSibling()) {
@@ -737,11 +751,7 @@ QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& val
     const int separator = name.lastIndexOf(KEY_SEPARATOR);
     const QString path = separator >= 0 ? name.left(separator) : QString();
     const QString valueName = separator >= 0 ? name.mid(separator + 1) : name;
-    QString invalid;
-    if (FindInvalidComponent(path, &invalid) || (!name.isEmpty() && !IsValidXmlName(valueName)))
-        throw KVException(NotAnElementName(QStringLiteral("The value"), name,
-                                           invalid.isNull() ? valueName : invalid),
-                          SOURCE_FILE, CLASS_NAME, operation, __LINE__);
+    CheckValueName(name, operation);
     const int nonXml = FirstNonXmlChar(value);
     if (nonXml >= 0)
         throw KVException(QStringLiteral("The value \"%1\" was not stored: its text contains the character "
@@ -750,6 +760,7 @@ QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& val
                                                                  QLatin1Char('0')).toUpper()),
                           SOURCE_FILE, CLASS_NAME, operation, __LINE__);
     QDomNode node = GetNode(path, view, true);
+    QString invalid;
     if (node.isNull()) {
         // Only a name on the way there can keep an open document's node from
         // being created: this object's key or a user partition.
@@ -841,6 +852,7 @@ ICfg::AttributeType CfgXml::GetAttributeType(QString name, View view)
 void CfgXml::SetAttributeType(QString name, AttributeType type, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
+    CheckValueName(name, QStringLiteral("SetAttributeType"));
     QDomElement element = FindValue(name, ResolveView(view), false);
     if (element.isNull())
         return;
@@ -858,6 +870,7 @@ bool CfgXml::IsProtected(QString name, View view)
 void CfgXml::SetProtected(QString name, bool isProtected, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
+    CheckValueName(name, QStringLiteral("SetProtected"));
     QDomElement element = FindValue(name, ResolveView(view), false);
     if (element.isNull())
         return;

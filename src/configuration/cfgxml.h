@@ -34,7 +34,8 @@ struct CfgXmlData;
 ///
 /// Decisions on points the format leaves open:
 /// - A write is stored as given or refused, never dropped or altered: SetString,
-///   SetInteger and SetBoolean throw KVException (class "CfgXml", the
+///   SetInteger and SetBoolean (SetProtected and SetAttributeType for the
+///   name) throw KVException (class "CfgXml", the
 ///   setter's name as operation) when a component of the name cannot be an
 ///   XML element name ("has space", "1st", "a/b", an empty name after a
 ///   backslash; also a component of the object's key or, in the user view, a

@@ -1318,7 +1318,8 @@ private slots:
         QTest::addColumn<QString>("message");
         const QString notAName = QStringLiteral("The value \"%1\" was not stored: \"%2\" cannot be an XML element name.");
         for (const QString& setter : {QStringLiteral("SetString"), QStringLiteral("SetInteger"),
-                                      QStringLiteral("SetBoolean")}) {
+                                      QStringLiteral("SetBoolean"), QStringLiteral("SetProtected"),
+                                      QStringLiteral("SetAttributeType")}) {
             const QByteArray prefix = setter.toLatin1() + "_";
             QTest::newRow(prefix + "space") << setter << "has space" << notAName.arg("has space", "has space");
             QTest::newRow(prefix + "leading_digit") << setter << "1st" << notAName.arg("1st", "1st");
@@ -1359,8 +1360,12 @@ private slots:
                     cfg->SetString(name, text);
                 else if (setter == QLatin1String("SetInteger"))
                     cfg->SetInteger(name, 5);
-                else
+                else if (setter == QLatin1String("SetBoolean"))
                     cfg->SetBoolean(name, true);
+                else if (setter == QLatin1String("SetProtected"))
+                    cfg->SetProtected(name, true);
+                else
+                    cfg->SetAttributeType(name, ICfg::TYPE_Integer);
             },
             message, setter);
         // Nothing of the refused write is left behind, not even its path.
