@@ -129,13 +129,9 @@ bool Cfg::IsBooleanWritable(QString name, View view)
 bool Cfg::IsWritable(const QString& name, View view, Presence isPresent)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
-    // VIEW_Current leaves the document configuration's selected view alone;
-    // only its identity matters here.
-    try {
-        if (&CfgCenter::GetDocCfg(VIEW_Current) == this)
-            return true;
-    } catch (const KVException&) {
-    }
+    // Without a document configuration the centre's exception reaches the caller.
+    if (&CfgCenter::GetDocCfg(VIEW_Machine) == this)
+        return true;
     view = ResolveView(view);
     // Deliberately asymmetric: machine values are masked by the user and the
     // domain view, every other view only by the machine view.

@@ -14,6 +14,8 @@
 #include <QXmlStreamReader>
 #include <algorithm>
 #include <atomic>
+#include <cstring>
+#include <string_view>
 #include <vector>
 
 const QString CfgXml::VERSION_TAG = QStringLiteral("version");
@@ -59,6 +61,9 @@ const qint64 MAX_FILE_SIZE = qint64(256) * 1024 * 1024;
 const int MAX_NESTING = 1000;
 
 std::atomic<bool> s_timeStampsEnabled{true};
+// Counts stampings and clones through the public statics, which may touch a
+// document without its model knowing; a save then serialises to be sure.
+std::atomic<quint64> s_untrackedEdits{0};
 // Counts changes of the user partitions, which every document's User view
 // depends on.
 std::atomic<quint64> s_partitionChanges{0};
@@ -119,31 +124,54 @@ bool IsXmlChar(char16_t c)
     return c >= 0x20 ? (c != 0xFFFE && c != 0xFFFF) : (c == 0x09 || c == 0x0A || c == 0x0D);
 }
 
-// Characters that XML 1.0 cannot carry would make the written file
-// unreadable, so they are dropped as the value is stored.
-QString XmlSafeText(const QString& text)
+// The position of the first character that XML 1.0 cannot carry (control
+// characters, U+FFFE, U+FFFF, unpaired surrogates); -1 when there is none.
+int FirstNonXmlChar(const QString& text)
 {
-    const auto isValidAt = [&text](int i, int* width) {
+    for (int i = 0; i < text.size(); ++i) {
         const QChar c = text.at(i);
-        *width = 1;
         if (c.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) {
-            *width = 2;
+            ++i;
+            continue;
+        }
+        if (c.isSurrogate() || !IsXmlChar(c.unicode()))
+            return i;
+    }
+    return -1;
+}
+
+// The first component of a backslash-separated path that cannot be an
+// element name; components left empty by doubled separators are skipped, as
+// the walk skips them. Returns false when every component is valid.
+bool FindInvalidComponent(const QString& path, QString* invalid)
+{
+    for (const QString& part : SplitKey(path)) {
+        if (!IsValidXmlName(part)) {
+            *invalid = part;
             return true;
         }
-        return !c.isSurrogate() && IsXmlChar(c.unicode());
-    };
-    int width = 1;
-    int i = 0;
-    while (i < text.size() && isValidAt(i, &width))
-        i += width;
-    if (i == text.size())
-        return text;
-    QString safe = text.left(i);
-    for (; i < text.size(); i += width) {
-        if (isValidAt(i, &width))
-            safe.append(text.mid(i, width));
     }
-    return safe;
+    return false;
+}
+
+QString NotAnElementName(const QString& what, const QString& name, const QString& invalid)
+{
+    return QStringLiteral("%1 \"%2\" was not stored: \"%3\" cannot be an XML element name.")
+        .arg(what, name, invalid);
+}
+
+// Throws when a value's name (a relative path ending in the value's own
+// name; empty for the node's own text) cannot be written as elements.
+void CheckValueName(const QString& name, const QString& operation)
+{
+    const int separator = name.lastIndexOf(KEY_SEPARATOR);
+    const QString valueName = separator >= 0 ? name.mid(separator + 1) : name;
+    QString invalid;
+    if (FindInvalidComponent(separator >= 0 ? name.left(separator) : QString(), &invalid) ||
+        (!name.isEmpty() && !IsValidXmlName(valueName)))
+        throw KVException(NotAnElementName(QStringLiteral("The value"), name,
+                                           invalid.isNull() ? valueName : invalid),
+                          SOURCE_FILE, CLASS_NAME, operation, __LINE__);
 }
 
 QDomText FirstTextChild(const QDomNode& node)
@@ -159,11 +187,6 @@ QDomText FirstTextChild(const QDomNode& node)
 bool IsValue(const QDomElement& element)
 {
     return element.firstChild().isText() || element.hasAttribute(CfgXml::PROTECTED);
-}
-
-bool IsIgnorable(const QDomNode& node)
-{
-    return node.isComment() || node.isProcessingInstruction();
 }
 
 QString TypeFromText(const QString& text)
@@ -305,14 +328,111 @@ const QString PARSED_DECLARATION = QStringLiteral("version='1.0' encoding='utf-8
 // whatever a file declared when it was read: Qt writes the declaration back
 // between apostrophes, so a declared encoding containing one would make the
 // saved file unreadable.
-void UseStandardDeclaration(QDomDocument& document)
+void UseStandardDeclaration(QDomDocument& document, DomLookup& model)
 {
     const QDomNode first = document.firstChild();
     if (!first.isProcessingInstruction() || first.nodeName() != XML_DECLARATION_TARGET ||
         first.nodeValue() == PARSED_DECLARATION || first.nodeValue() == NEW_DECLARATION)
         return;
-    document.replaceChild(document.createProcessingInstruction(XML_DECLARATION_TARGET, PARSED_DECLARATION),
-                          first);
+    model.Replace(document.createProcessingInstruction(XML_DECLARATION_TARGET, PARSED_DECLARATION), first);
+}
+
+// The end of the markup that starts at `from` and ends with `terminator`;
+// the end of the bytes when the terminator is missing.
+int EndOf(const QByteArray& bytes, int from, const char* terminator)
+{
+    const int end = bytes.indexOf(terminator, from);
+    return end < 0 ? bytes.size() : end + int(qstrlen(terminator));
+}
+
+bool StartsWithAt(const QByteArray& bytes, int at, const char* text)
+{
+    const int length = int(qstrlen(text));
+    return bytes.size() - at >= length && memcmp(bytes.constData() + at, text, size_t(length)) == 0;
+}
+
+// Appends the start tag at bytes[from, end) with its attributes sorted by
+// name. The DOM writes every attribute as ` name="value"` with quotes inside
+// values escaped, which is all this needs to know. `attributes` is scratch
+// space, kept by the caller so that tags do not allocate.
+void AppendSortedTag(const QByteArray& bytes, int from, int end, std::vector<std::string_view>& attributes,
+                     QByteArray& out)
+{
+    const char* data = bytes.constData();
+    int i = from + 1;
+    while (i < end && data[i] != ' ' && data[i] != '>' && data[i] != '/')
+        ++i;
+    attributes.clear();
+    int rest = i;
+    while (rest < end && data[rest] == ' ') {
+        const int equals = bytes.indexOf("=\"", rest);
+        const int close = equals < 0 ? -1 : bytes.indexOf('"', equals + 2);
+        if (close < 0 || close >= end)
+            break;
+        attributes.emplace_back(data + rest, size_t(close + 1 - rest));
+        rest = close + 1;
+    }
+    if (attributes.size() < 2) {
+        out.append(data + from, end - from);
+        return;
+    }
+    std::sort(attributes.begin(), attributes.end());
+    out.append(data + from, i - from);
+    for (const std::string_view attribute : attributes)
+        out.append(attribute.data(), int(attribute.size()));
+    out.append(data + rest, end - rest);
+}
+
+// Qt writes an element's attributes in the order of a hash that it seeds per
+// process, so the same document could be saved differently by two
+// processes. Sorted by name, the saved bytes depend on the content alone.
+QByteArray WithSortedAttributes(const QByteArray& bytes)
+{
+    QByteArray out;
+    out.reserve(bytes.size());
+    std::vector<std::string_view> attributes;
+    const char* data = bytes.constData();
+    int i = 0;
+    while (i < bytes.size()) {
+        const int open = bytes.indexOf('<', i);
+        if (open < 0) {
+            out.append(data + i, bytes.size() - i);
+            break;
+        }
+        out.append(data + i, open - i);
+        int end;
+        if (StartsWithAt(bytes, open, "<!--")) {
+            end = EndOf(bytes, open + 4, "-->");
+        } else if (StartsWithAt(bytes, open, "<![CDATA[")) {
+            end = EndOf(bytes, open + 9, "]]>");
+        } else if (StartsWithAt(bytes, open, "<?")) {
+            end = EndOf(bytes, open + 2, "?>");
+        } else if (StartsWithAt(bytes, open, "<!") || StartsWithAt(bytes, open, "</")) {
+            end = EndOf(bytes, open + 2, ">");
+        } else {
+            // Quotes inside values are escaped, so a '>' between quotes
+            // belongs to a value and the first one outside ends the tag.
+            end = open + 1;
+            bool quoted = false;
+            while (end < bytes.size() && (quoted || data[end] != '>')) {
+                if (data[end] == '"')
+                    quoted = !quoted;
+                ++end;
+            }
+            end = qMin(end + 1, bytes.size());
+            AppendSortedTag(bytes, open, end, attributes, out);
+            i = end;
+            continue;
+        }
+        out.append(data + open, end - open);
+        i = end;
+    }
+    return out;
+}
+
+QByteArray Serialise(const QDomDocument& document)
+{
+    return WithSortedAttributes(document.toByteArray(CfgXml::XML_INDENT));
 }
 
 std::unique_ptr<QDomDocument> NewDocument()
@@ -385,12 +505,11 @@ QDomDocument* CfgXml::Document() const
 
 // ---------------------------------------------------------------- time stamps
 
-void CfgXml::SetTimeStamp(QDomNode node, int mode, bool recursive)
+namespace {
+
+void ApplyStamp(const QDomNode& node, int mode, bool recursive)
 {
-    if (mode < TS_IfMissing || mode > TS_Advance)
-        throw KVException(QStringLiteral("Undefinied enum used ..."), SOURCE_FILE, CLASS_NAME,
-                          QStringLiteral("SetTimeStamp"), __LINE__);
-    if (!AreTimeStampsEnabled() || node.isNull())
+    if (!CfgXml::AreTimeStampsEnabled() || node.isNull())
         return;
     const QDomElement element = node.isText() ? node.parentNode().toElement() : node.toElement();
     if (element.isNull())
@@ -401,6 +520,24 @@ void CfgXml::SetTimeStamp(QDomNode node, int mode, bool recursive)
         return;
     }
     ForEachElement(element, [mode, now](const QDomElement& each) { StampElement(each, mode, now); });
+}
+
+} // namespace
+
+void CfgXml::SetTimeStamp(QDomNode node, int mode, bool recursive)
+{
+    if (mode < TS_IfMissing || mode > TS_Advance)
+        throw KVException(QStringLiteral("Undefinied enum used ..."), SOURCE_FILE, CLASS_NAME,
+                          QStringLiteral("SetTimeStamp"), __LINE__);
+    ++s_untrackedEdits;
+    ApplyStamp(node, mode, recursive);
+}
+
+// Stamps of the own document are edits its model counts.
+void CfgXml::Stamp(const QDomNode& node, int mode, bool recursive) const
+{
+    m_pData->lookup.Changed();
+    ApplyStamp(node, mode, recursive);
 }
 
 void CfgXml::SetTimeStampsEnabled(bool enabled)
@@ -417,14 +554,13 @@ void CfgXml::StampSubTree(const QDomNode& node) const
 {
     if (!AreTimeStampsEnabled() || m_pData->lookup.IsStamped(node))
         return;
-    SetTimeStamp(node, TS_IfMissing, true);
+    ApplyStamp(node, TS_IfMissing, true);
     m_pData->lookup.MarkStamped(node);
 }
 
 void CfgXml::AdvanceStamp(const QDomNode& node) const
 {
-    m_pData->lookup.Changed();
-    SetTimeStamp(node, TS_Advance, true);
+    Stamp(node, TS_Advance, true);
 }
 
 // ---------------------------------------------------------------- path walk
@@ -586,32 +722,68 @@ long CfgXml::GetIntegerImpl(QString name, long defaultValue, View view)
     return ok ? value : defaultValue;
 }
 
-QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& rawValue, View view)
+// The first name on the way to this object's node that cannot be an element
+// name: a user partition (in the user view) or a component of the key.
+bool CfgXml::FindInvalidNodeName(View view, QString* invalid) const
 {
-    const QString value = XmlSafeText(rawValue);
+    QStringList names;
+    if (view == VIEW_User) {
+        if (!s_sUserSubkey.isEmpty())
+            names.append(s_sUserSubkey);
+        for (const QString& subkey : s_addtionalSubkeys)
+            names.append(subkey);
+    }
+    names.append(m_keyParts);
+    for (const QString& name : names) {
+        if (!IsValidXmlName(name)) {
+            *invalid = name;
+            return true;
+        }
+    }
+    return false;
+}
+
+// A write that cannot be stored as it was given is refused with an
+// exception, before anything is created: never dropped, never altered.
+QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& value, View view,
+                                         const QString& operation)
+{
     const int separator = name.lastIndexOf(KEY_SEPARATOR);
     const QString path = separator >= 0 ? name.left(separator) : QString();
     const QString valueName = separator >= 0 ? name.mid(separator + 1) : name;
+    CheckValueName(name, operation);
+    const int nonXml = FirstNonXmlChar(value);
+    if (nonXml >= 0)
+        throw KVException(QStringLiteral("The value \"%1\" was not stored: its text contains the character "
+                                         "U+%2, which XML cannot carry.")
+                              .arg(name, QStringLiteral("%1").arg(value.at(nonXml).unicode(), 4, 16,
+                                                                 QLatin1Char('0')).toUpper()),
+                          SOURCE_FILE, CLASS_NAME, operation, __LINE__);
     QDomNode node = GetNode(path, view, true);
-    if (node.isNull())
+    QString invalid;
+    if (node.isNull()) {
+        // Only a name on the way there can keep an open document's node from
+        // being created: this object's key or a user partition.
+        if (Document() && FindInvalidNodeName(view, &invalid))
+            throw KVException(NotAnElementName(QStringLiteral("The value"), name, invalid), SOURCE_FILE, CLASS_NAME,
+                              operation, __LINE__);
         return QDomElement();
+    }
     if (valueName.isEmpty() && separator < 0) {
         QDomText text = FirstTextChild(node);
         if (text.isNull()) {
-            text = node.appendChild(Document()->createTextNode(value)).toText();
+            text = m_pData->lookup.Append(node, Document()->createTextNode(value)).toText();
             m_pData->lookup.ForgetListings(node);
             m_pData->lookup.ForgetListings(node.parentNode());
             AdvanceStamp(text);
         } else if (text.data() != value) {
-            text.setData(value);
+            m_pData->lookup.SetText(text, value);
             AdvanceStamp(text);
         }
         return node.toElement();
     }
     QDomElement element = m_pData->lookup.FirstChildElementNamed(node, valueName);
     if (element.isNull()) {
-        if (!IsValidXmlName(valueName))
-            return QDomElement();
         element = Document()->createElement(valueName);
         if (view != VIEW_User)
             element.setAttribute(PROTECTED, TRUE_TEXT);
@@ -622,39 +794,41 @@ QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& raw
     }
     QDomText text = FirstTextChild(element);
     if (text.isNull()) {
-        text = element.insertBefore(Document()->createTextNode(value), element.firstChild()).toText();
+        text = m_pData->lookup.InsertBefore(element, Document()->createTextNode(value), element.firstChild())
+                   .toText();
         m_pData->lookup.ForgetListings(element);
         m_pData->lookup.ForgetListings(node);
         AdvanceStamp(text);
     } else if (text.data() != value) {
-        text.setData(value);
+        m_pData->lookup.SetText(text, value);
         AdvanceStamp(text);
     }
     return element;
 }
 
-void CfgXml::SetValueAndType(const QString& name, const QString& value, const QString& type, View view)
+void CfgXml::SetValueAndType(const QString& name, const QString& value, const QString& type, View view,
+                             const QString& operation)
 {
-    QDomElement element = SetStringImplPrivate(name, value, view);
-    if (!element.isNull() && !element.hasAttribute(TYPE)) {
-        element.setAttribute(TYPE, type);
-        m_pData->lookup.Changed();
-    }
+    QDomElement element = SetStringImplPrivate(name, value, view, operation);
+    if (!element.isNull() && !element.hasAttribute(TYPE))
+        m_pData->lookup.SetAttribute(element, TYPE, type);
 }
 
 void CfgXml::SetStringImpl(QString name, QString value, View view)
 {
-    SetValueAndType(name, value, GetTypeAsString(TYPE_String), view);
+    SetValueAndType(name, value, GetTypeAsString(TYPE_String), view, QStringLiteral("SetString"));
 }
 
 void CfgXml::SetIntegerImpl(QString name, long value, View view)
 {
-    SetValueAndType(name, QString::number(static_cast<qint32>(value)), GetTypeAsString(TYPE_Integer), view);
+    SetValueAndType(name, QString::number(static_cast<qint32>(value)), GetTypeAsString(TYPE_Integer), view,
+                    QStringLiteral("SetInteger"));
 }
 
 void CfgXml::SetBooleanImpl(QString name, bool value, View view)
 {
-    SetValueAndType(name, value ? TRUE_TEXT : FALSE_TEXT, GetTypeAsString(TYPE_Boolean), view);
+    SetValueAndType(name, value ? TRUE_TEXT : FALSE_TEXT, GetTypeAsString(TYPE_Boolean), view,
+                    QStringLiteral("SetBoolean"));
 }
 
 ICfg::AttributeType CfgXml::GetAttributeType(QString name, View view)
@@ -671,19 +845,19 @@ ICfg::AttributeType CfgXml::GetAttributeType(QString name, View view)
     if (text.isEmpty())
         return TYPE_Undefined;
     const AttributeType derived = (text == TRUE_TEXT || text == FALSE_TEXT) ? TYPE_Boolean : TYPE_String;
-    element.setAttribute(TYPE, GetTypeAsString(derived));
-    m_pData->lookup.Changed();
+    m_pData->lookup.SetAttribute(element, TYPE, GetTypeAsString(derived));
     return derived;
 }
 
 void CfgXml::SetAttributeType(QString name, AttributeType type, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
+    CheckValueName(name, QStringLiteral("SetAttributeType"));
     QDomElement element = FindValue(name, ResolveView(view), false);
     if (element.isNull())
         return;
     const bool known = type == TYPE_String || type == TYPE_Boolean || type == TYPE_Integer;
-    element.setAttribute(TYPE, GetTypeAsString(known ? type : TYPE_String));
+    m_pData->lookup.SetAttribute(element, TYPE, GetTypeAsString(known ? type : TYPE_String));
     AdvanceStamp(element);
 }
 
@@ -696,13 +870,13 @@ bool CfgXml::IsProtected(QString name, View view)
 void CfgXml::SetProtected(QString name, bool isProtected, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
+    CheckValueName(name, QStringLiteral("SetProtected"));
     QDomElement element = FindValue(name, ResolveView(view), false);
     if (element.isNull())
         return;
     if (!element.hasAttribute(PROTECTED))
         m_pData->lookup.ForgetListings(element.parentNode());
-    element.setAttribute(PROTECTED, isProtected ? TRUE_TEXT : FALSE_TEXT);
-    m_pData->lookup.Changed();
+    m_pData->lookup.SetAttribute(element, PROTECTED, isProtected ? TRUE_TEXT : FALSE_TEXT);
 }
 
 bool CfgXml::HasAttribute(QString key, QString name, View view)
@@ -718,9 +892,7 @@ bool CfgXml::RemoveAttribute(QString name, View view)
     const QDomElement element = FindValue(name, ResolveView(view), false);
     if (element.isNull())
         return false;
-    QDomNode parent = element.parentNode();
-    parent.removeChild(element);
-    m_pData->lookup.ForgetChildren(parent);
+    m_pData->lookup.Remove(element);
     return true;
 }
 
@@ -736,23 +908,23 @@ bool CfgXml::RenameAttribute(QString oldName, QString newName, View view)
     const QDomNode parent = element.parentNode();
     if (!IsValidXmlName(newName) || !m_pData->lookup.FirstChildNamed(parent, newName).isNull())
         return false;
-    element.setTagName(newName);
-    m_pData->lookup.ForgetChildren(parent);
-    SetTimeStamp(element, TS_Advance, false);
+    m_pData->lookup.Rename(element, newName);
+    Stamp(element, TS_Advance, false);
     return true;
 }
 
 namespace {
 
-// Values and sub-configurations in document order; a child that is neither an
-// element nor ignorable ends what the sub-configuration listing can reach.
+// Values and sub-configurations in document order. Any child that is not an
+// element (text, comment, processing instruction) ends what the
+// sub-configuration listing can reach: enumerating past it fails.
 DomLookup::Listing BuildListing(const QDomNode& node, DomLookup::ListingKind kind)
 {
     DomLookup::Listing listing;
     listing.built = true;
     for (QDomNode child = node.firstChild(); !child.isNull(); child = child.nextSibling()) {
         if (!child.isElement()) {
-            if (kind == DomLookup::SubConfigurations && !IsIgnorable(child) && listing.reachable < 0)
+            if (kind == DomLookup::SubConfigurations && listing.reachable < 0)
                 listing.reachable = int(listing.items.size());
             continue;
         }
@@ -791,6 +963,14 @@ ICfg* CfgXml::CreateSubCfg(QString key, View view) const
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     view = ResolveView(view);
+    QString invalid;
+    if (FindInvalidComponent(key, &invalid)) {
+        _Q_Trace(QStringLiteral("The sub-configuration \"%1\" does not exist: \"%2\" cannot be an XML element "
+                                "name.")
+                     .arg(key, invalid),
+                 __FILE__, __LINE__);
+        return nullptr;
+    }
     const QDomNode node = GetNode(key, view, false);
     if (!node.isElement())
         return nullptr;
@@ -814,6 +994,11 @@ ICfg* CfgXml::CreateSubCfgAtImpl(int index, View view)
 bool CfgXml::AddSubCfg(QString key, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
+    QString invalid;
+    if (SplitKey(key).isEmpty() || FindInvalidComponent(key, &invalid)) {
+        _Q_Trace(NotAnElementName(QStringLiteral("The sub-configuration"), key, invalid), __FILE__, __LINE__);
+        return false;
+    }
     return !GetNode(key, ResolveView(view), true).isNull();
 }
 
@@ -833,7 +1018,7 @@ bool CfgXml::RemoveSubCfg(QString key, View view)
     const QDomNode node = GetNode(key, ResolveView(view), false);
     if (node.isNull())
         return false;
-    node.parentNode().removeChild(node);
+    m_pData->lookup.Remove(node);
     m_pData->lookup.ForgetAll();
     return true;
 }
@@ -853,17 +1038,18 @@ bool CfgXml::MoveSubCfg(QString from, QString to, View view)
     QDomNode target = GetNode(toParts.join(KEY_SEPARATOR), view, true);
     if (target.isNull())
         return false;
-    source.parentNode().removeChild(source);
-    source.setTagName(newName);
+    m_pData->lookup.Remove(source);
+    m_pData->lookup.Rename(source, newName);
     m_pData->lookup.Append(target, source);
     m_pData->lookup.ForgetAll();
     m_pData->lookup.ForgetStamps();
-    SetTimeStamp(source, TS_Advance, false);
+    Stamp(source, TS_Advance, false);
     return true;
 }
 
 QDomElement CfgXml::RecursiveClone(const QDomElement& source, QDomElement target)
 {
+    ++s_untrackedEdits;
     QDomDocument document = target.ownerDocument();
     for (QDomNode child = source.firstChild(); !child.isNull(); child = child.nextSibling())
         target.appendChild(document.importNode(child, true));
@@ -875,15 +1061,15 @@ void CfgXml::AssignDefaults()
     QMutexLocker locker(CfgCenter::GetMutex());
     if (!Document())
         return;
-    m_pData->lookup.Changed();
+    DomLookup& model = m_pData->lookup;
     const QDomElement root = Document()->documentElement();
     for (const View view : {VIEW_User, VIEW_Domain, VIEW_System, VIEW_Machine}) {
-        const QDomElement top = m_pData->lookup.FirstChildElementNamed(root, GetViewAsString(view));
+        const QDomElement top = model.FirstChildElementNamed(root, GetViewAsString(view));
         if (top.isNull())
             continue;
-        ForEachElement(top, [](QDomElement element) {
+        ForEachElement(top, [&model](const QDomElement& element) {
             if (element.hasAttribute(PROTECTED) && !element.hasAttribute(TYPE))
-                element.setAttribute(TYPE, TypeFromText(FirstTextChild(element).data()));
+                model.SetAttribute(element, TYPE, TypeFromText(FirstTextChild(element).data()));
         });
     }
 }
@@ -937,7 +1123,7 @@ void CfgXml::OpenUserOnlyDocument()
     if (!userFile.isEmpty() && QFile::exists(userFile)) {
         QDomElement root = Document()->documentElement();
         const QDomElement user = ReadSideView(userFile, GetViewAsString(VIEW_User), USER_TEMPLATE);
-        root.replaceChild(user, root.firstChildElement(GetViewAsString(VIEW_User)));
+        m_pData->lookup.Replace(user, root.firstChildElement(GetViewAsString(VIEW_User)));
         m_pData->lookup.ForgetAll();
     }
     AssignDefaults();
@@ -1041,20 +1227,22 @@ bool CfgXml::UsesSideFiles() const
 // one-file document keeps its user and export values.
 void CfgXml::GraftSideView(const QString& viewName, const QString& fileName, const char* emptyTemplate)
 {
-    if (!UsesSideFiles() || fileName.isEmpty())
+    // The user side file is read in every usage; only usages 0 and 4 write it.
+    const bool reads = viewName == GetViewAsString(VIEW_User) ? !m_bNoSideFiles : UsesSideFiles();
+    if (!reads || fileName.isEmpty())
         return;
     CfgXmlFile::CompleteInterruptedRotation(fileName);
     QDomElement root = Document()->documentElement();
     const QDomElement existing = root.firstChildElement(viewName);
-    if (!existing.isNull() && !QFile::exists(fileName))
+    if (!QFile::exists(fileName) && (!existing.isNull() || !UsesSideFiles()))
         return;
     const QDomElement view = ReadSideView(fileName, viewName, emptyTemplate);
     if (view.isNull())
         return;
     if (existing.isNull())
-        root.appendChild(view);
+        m_pData->lookup.Append(root, view);
     else
-        root.replaceChild(view, existing);
+        m_pData->lookup.Replace(view, existing);
     m_pData->lookup.ForgetAll();
     m_pData->lookup.ForgetStamps();
 }
@@ -1143,6 +1331,12 @@ void CfgXml::CloseDocument()
 void CfgXml::RestoreBackup()
 {
     QMutexLocker locker(CfgCenter::GetMutex());
+    // F no longer holds what was last saved, so the next save writes.
+    m_pData->saved = CfgXmlData::SavedState();
+    if (s_sBackupStringFile == m_sFileName) {
+        s_sBackupString.clear();
+        s_sBackupStringFile.clear();
+    }
     CfgXmlFile::RestoreFromBackup(m_sFileName);
 }
 
@@ -1171,12 +1365,14 @@ void CfgXml::SaveDocument()
     try {
         for (const DetachedView& view : detached)
             complete = WriteSideView(view, view.element.tagName()) && complete;
-        UseStandardDeclaration(*document);
-        QByteArray bytes = document->toByteArray(XML_INDENT);
+        UseStandardDeclaration(*document, m_pData->lookup);
+        QByteArray bytes = Serialise(*document);
         if (UsageIs({CfgCenter::USAGE_1, CfgCenter::USAGE_3}))
             bytes = CfgXmlFile::NormaliseLineEnds(bytes);
         if (bytes != s_sBackupString || s_sBackupStringFile != m_sFileName) {
-            const CfgXmlFile::WriteResult result = CfgXmlFile::WriteRotated(m_sFileName, bytes);
+            const CfgXmlFile::WriteResult result = RotationFindsOnlyFiles(m_sFileName)
+                                                       ? CfgXmlFile::WriteRotated(m_sFileName, bytes)
+                                                       : CfgXmlFile::WriteResult::TempNotOpened;
             // The message names the ".bak.temp" file although ".temp" failed: intended wording.
             if (result == CfgXmlFile::WriteResult::TempNotOpened)
                 throw KVException(QStringLiteral("Cannot open ") + m_sFileName + QStringLiteral(".bak.temp") +
@@ -1199,10 +1395,27 @@ void CfgXml::SaveDocument()
         m_pData->saved = CfgXmlData::SavedState();
 }
 
+// The rotation renames and removes the file and its ".temp", ".bak" and
+// ".bak.temp"; a folder, link or device of one of these names is never
+// moved, so the save stops before the rotation starts.
+bool CfgXml::RotationFindsOnlyFiles(const QString& fileName)
+{
+    for (const QString& name : {fileName, fileName + QStringLiteral(".temp"), fileName + QStringLiteral(".bak"),
+                                fileName + QStringLiteral(".bak.temp")}) {
+        const QFileInfo info(name);
+        if (info.isSymLink() || (info.exists() && !info.isFile())) {
+            _Q_Trace(name + QStringLiteral(" is not a regular file; not saved"), __FILE__, __LINE__);
+            return false;
+        }
+    }
+    return true;
+}
+
 bool CfgXml::IsSavedUnchanged() const
 {
     const CfgXmlData::SavedState& saved = m_pData->saved;
-    return saved.valid && saved.changes == m_pData->lookup.Changes() && saved.fileName == m_sFileName &&
+    return saved.valid && saved.changes == m_pData->lookup.Changes() &&
+           saved.untrackedEdits == s_untrackedEdits.load() && saved.fileName == m_sFileName &&
            saved.usage == CfgCenter::GetUsage() && saved.noSideFiles == m_bNoSideFiles &&
            saved.exportFileName == SideFileName(QStringLiteral("exp")) &&
            s_sBackupStringFile == m_sFileName && s_sBackupString.isSharedWith(saved.main) &&
@@ -1214,6 +1427,7 @@ void CfgXml::RememberSaved()
     CfgXmlData::SavedState& saved = m_pData->saved;
     saved.valid = true;
     saved.changes = m_pData->lookup.Changes();
+    saved.untrackedEdits = s_untrackedEdits.load();
     saved.usage = CfgCenter::GetUsage();
     saved.noSideFiles = m_bNoSideFiles;
     saved.fileName = m_sFileName;
@@ -1235,7 +1449,7 @@ std::list<CfgXml::DetachedView> CfgXml::DetachSideViews()
         const QDomElement view = root.firstChildElement(GetViewAsString(side.first));
         if (fileName.isEmpty() || view.isNull())
             continue;
-        root.removeChild(view);
+        m_pData->lookup.Remove(view);
         detached.push_back({view, fileName});
     }
     m_pData->lookup.ForgetChildren(root);
@@ -1250,7 +1464,7 @@ bool CfgXml::WriteSideView(const DetachedView& view, const QString& viewName)
         QDomDocument side;
         side.setContent(QByteArray(SIDE_SKELETON));
         side.documentElement().appendChild(side.importNode(view.element, true));
-        bytes = side.toByteArray(XML_INDENT);
+        bytes = Serialise(side);
     } else if (QFile::exists(view.fileName)) {
         bytes = isExport ? EXPORT_TEMPLATE : USER_TEMPLATE;
     } else {
@@ -1260,12 +1474,12 @@ bool CfgXml::WriteSideView(const DetachedView& view, const QString& viewName)
     QString& lastFile = isExport ? s_sBackupExportFile : s_sBackupUserFile;
     if (bytes == lastBytes && lastFile == view.fileName)
         return true;
-    const CfgXmlFile::WriteResult result = CfgXmlFile::WriteRotated(view.fileName, bytes);
-    if (result == CfgXmlFile::WriteResult::TempNotOpened)
+    // A side file that cannot be written is an error of the save, whichever
+    // step of the rotation failed.
+    if (!RotationFindsOnlyFiles(view.fileName) ||
+        CfgXmlFile::WriteRotated(view.fileName, bytes) != CfgXmlFile::WriteResult::Written)
         throw KVException(QStringLiteral("Cannot open ") + view.fileName + QStringLiteral(" for writing."),
                           SOURCE_FILE, CLASS_NAME, QStringLiteral("SaveDocumentExtra"), __LINE__);
-    if (result != CfgXmlFile::WriteResult::Written)
-        return false;
     lastBytes = bytes;
     lastFile = view.fileName;
     return true;
@@ -1303,30 +1517,31 @@ QByteArray CfgXml::GetCfgAsStringFromApp(const QString& appKey)
             exchangeRoot.appendChild(exchangeView);
         }
     }
-    return exchange.toByteArray(XML_INDENT);
+    return Serialise(exchange);
 }
 
 namespace {
 
-void MergeValue(const QDomElement& source, QDomElement target)
+void MergeValue(const QDomElement& source, QDomElement target, DomLookup& model)
 {
     const QString text = FirstTextChild(source).data();
     QDomText targetText = FirstTextChild(target);
     if (targetText.isNull()) {
         targetText =
-            target.insertBefore(target.ownerDocument().createTextNode(text), target.firstChild()).toText();
-        CfgXml::SetTimeStamp(targetText, CfgXml::TS_Advance, false);
+            model.InsertBefore(target, target.ownerDocument().createTextNode(text), target.firstChild()).toText();
+        model.Changed();
+        ApplyStamp(targetText, CfgXml::TS_Advance, false);
     } else if (targetText.data() != text) {
-        targetText.setData(text);
-        CfgXml::SetTimeStamp(targetText, CfgXml::TS_Advance, false);
+        model.SetText(targetText, text);
+        ApplyStamp(targetText, CfgXml::TS_Advance, false);
     }
     for (const QString& attribute : {CfgXml::TYPE, CfgXml::PROTECTED}) {
         if (source.hasAttribute(attribute))
-            target.setAttribute(attribute, source.attribute(attribute));
+            model.SetAttribute(target, attribute, source.attribute(attribute));
     }
 }
 
-void MergeChildren(const QDomElement& source, QDomElement target)
+void MergeChildren(const QDomElement& source, QDomElement target, DomLookup& model)
 {
     std::vector<std::pair<QDomElement, QDomElement>> pending{{source, target}};
     while (!pending.empty()) {
@@ -1336,9 +1551,9 @@ void MergeChildren(const QDomElement& source, QDomElement target)
              child = child.nextSiblingElement()) {
             QDomElement existing = pair.second.firstChildElement(child.tagName());
             if (existing.isNull())
-                pair.second.appendChild(pair.second.ownerDocument().importNode(child, true));
+                model.Append(pair.second, pair.second.ownerDocument().importNode(child, true));
             else if (IsValue(child))
-                MergeValue(child, existing);
+                MergeValue(child, existing, model);
             else
                 pending.emplace_back(child, existing);
         }
@@ -1383,9 +1598,9 @@ void CfgXml::MergeCfgFromStringAndApp(const QByteArray& bytes, const QString& ap
             continue;
         QDomElement targetApp = targetView.firstChildElement(appKey);
         if (targetApp.isNull())
-            targetView.appendChild(Document()->importNode(app, true));
+            m_pData->lookup.Append(targetView, Document()->importNode(app, true));
         else
-            MergeChildren(app, targetApp);
+            MergeChildren(app, targetApp, m_pData->lookup);
     }
     m_pData->mergeDocument = std::move(incoming);
     m_pData->lookup.ForgetAll();
@@ -1435,6 +1650,10 @@ void CfgXml::SetUserViewSubkey(const QString& subkey)
     s_sUserSubkey = name;
     ++s_partitionChanges;
     m_pData->lookup.ForgetAll();
+    // The walk creates the user's partition when it is missing, as a copy of
+    // the plain user view.
+    if (Document())
+        CfgXml(this, CfgCenter::GetAppName(), VIEW_User).GetNode(QString(), VIEW_User, false);
     const QString active = LoginUserElement().attribute(ACTIVE_USER);
     if (!active.isEmpty()) {
         s_addtionalSubkeys.push_front(active);
@@ -1449,6 +1668,21 @@ void CfgXml::SetAdditionalUserViewSubkey(const std::list<QString>& subkeys)
     s_addtionalSubkeys = subkeys;
     ++s_partitionChanges;
     m_pData->lookup.ForgetAll();
+    if (s_sUserSubkey.isEmpty() || subkeys.empty() || !Document())
+        return;
+    // The partitions are brought in line with the list: below the user's
+    // element each entry is the partition inside the one before it. The walk
+    // creates the missing ones; an element of an entry's name that is not
+    // marked yet becomes a partition ("nodeType"="addSubKey"). Partitions the
+    // list does not name are kept: they hold other named configurations.
+    CfgXml(this, QString(), VIEW_User).GetNode(QString(), VIEW_User, false);
+    QDomElement partition = LoginUserElement();
+    for (const QString& subkey : s_addtionalSubkeys) {
+        partition = m_pData->lookup.FirstChildElementNamed(partition, subkey);
+        if (partition.isNull())
+            break;
+        m_pData->lookup.SetAttribute(partition, NODE_TYPE, ADD_SUB_KEY);
+    }
 }
 
 std::list<QString> CfgXml::GetAdditionalUserViewSubkey()
@@ -1457,16 +1691,27 @@ std::list<QString> CfgXml::GetAdditionalUserViewSubkey()
     return s_addtionalSubkeys;
 }
 
+// A configuration's name becomes part of an element name; one that cannot is
+// refused before anything changes, so that the user's settings never go to
+// a partition that cannot exist.
+void CfgXml::CheckConfigurationName(const QString& name, const QString& operation)
+{
+    if (!IsValidXmlName(UC_PREFIX + name))
+        throw KVException(NotAnElementName(QStringLiteral("The configuration"), name, UC_PREFIX + name),
+                          SOURCE_FILE, CLASS_NAME, operation, __LINE__);
+}
+
 void CfgXml::SaveConfigurationName(const QString& name)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
+    CheckConfigurationName(name, QStringLiteral("SaveConfigurationName"));
     const QString key = UC_PREFIX + name;
     DropActiveConfiguration();
     s_addtionalSubkeys.push_front(key);
     ++s_partitionChanges;
     s_sLastConfiguration = key;
     QDomElement user = LoginUserElement();
-    if (user.isNull() || !IsValidXmlName(key))
+    if (user.isNull())
         return;
     QDomElement configuration;
     for (QDomElement child = user.firstChildElement(key); !child.isNull();
@@ -1481,8 +1726,8 @@ void CfgXml::SaveConfigurationName(const QString& name)
         configuration.setAttribute(NODE_TYPE, ADD_SUB_KEY);
         m_pData->lookup.Append(user, configuration);
     }
-    configuration.setAttribute(USER_CONFIGURATION, ACTIVE);
-    user.setAttribute(ACTIVE_USER, key);
+    m_pData->lookup.SetAttribute(configuration, USER_CONFIGURATION, ACTIVE);
+    m_pData->lookup.SetAttribute(user, ACTIVE_USER, key);
     m_pData->lookup.ForgetAll();
     SaveThroughCentre();
 }
@@ -1501,10 +1746,11 @@ void CfgXml::SaveThroughCentre()
 void CfgXml::RenameConfigurationName(const QString& from, const QString& to)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
+    CheckConfigurationName(to, QStringLiteral("RenameConfigurationName"));
     QDomElement configuration = LoginUserElement().firstChildElement(UC_PREFIX + from);
-    if (configuration.isNull() || !IsValidXmlName(UC_PREFIX + to))
+    if (configuration.isNull())
         return;
-    configuration.setTagName(UC_PREFIX + to);
+    m_pData->lookup.Rename(configuration, UC_PREFIX + to);
     if (s_sLastConfiguration == UC_PREFIX + from) {
         DropActiveConfiguration();
         s_sLastConfiguration = UC_PREFIX + to;
@@ -1523,14 +1769,10 @@ void CfgXml::DeleteConfigurationName(const QString& name)
          child = child.nextSiblingElement(key)) {
         if (child.attribute(NODE_TYPE) != ADD_SUB_KEY)
             continue;
-        child.setAttribute(USER_CONFIGURATION, DELETE_MARK);
+        m_pData->lookup.SetAttribute(child, USER_CONFIGURATION, DELETE_MARK);
         SaveThroughCentre();
-        user.removeChild(child);
+        m_pData->lookup.Remove(child);
         break;
-    }
-    if (s_sLastConfiguration == key) {
-        DropActiveConfiguration();
-        s_sLastConfiguration.clear();
     }
     m_pData->lookup.ForgetAll();
 }
@@ -1553,7 +1795,9 @@ void CfgXml::LoadConfigurationName(const QString& name)
     s_sLastConfiguration = key;
     m_pData->lookup.ForgetAll();
     CfgCenter::ReLoadUserConfig();
-    LoginUserElement().setAttribute(ACTIVE_USER, key);
+    const QDomElement user = LoginUserElement();
+    if (!user.isNull())
+        m_pData->lookup.SetAttribute(user, ACTIVE_USER, key);
 }
 
 std::list<QString> CfgXml::GetUserConfigurations()
@@ -1588,7 +1832,7 @@ void CfgXml::DeleteUser(const QString& name)
     for (QDomElement child = container.firstChildElement(name); !child.isNull();
          child = child.nextSiblingElement(name)) {
         if (child.attribute(NODE_TYPE) == LOGIN_USER) {
-            container.removeChild(child);
+            m_pData->lookup.Remove(child);
             m_pData->lookup.ForgetAll();
             return;
         }

@@ -35,9 +35,19 @@ struct CfgXmlData;
 /// a document.
 ///
 /// Decisions on points the format leaves open:
-/// - Characters that XML 1.0 cannot carry (control characters other than tab,
-///   line feed and carriage return, U+FFFE, U+FFFF, unpaired surrogates) are
-///   dropped from written texts, so that a written file can always be read.
+/// - A write is stored as given or refused, never dropped or altered: SetString,
+///   SetInteger and SetBoolean (SetProtected and SetAttributeType for the
+///   name) throw KVException (class "CfgXml", the
+///   setter's name as operation) when a component of the name cannot be an
+///   XML element name ("has space", "1st", "a/b", an empty name after a
+///   backslash; also a component of the object's key or, in the user view, a
+///   user partition's name) or when the text holds a character that XML 1.0 cannot carry
+///   (control characters other than tab, line feed and carriage return,
+///   U+FFFE, U+FFFF, unpaired surrogates). AddSubCfg returns false and
+///   CreateSubCfg null for such a name (an empty one too, for AddSubCfg),
+///   each with a trace naming it. SaveConfigurationName and
+///   RenameConfigurationName throw for a name that cannot follow "UC___" in
+///   an element name ("my settings"), before anything changes.
 /// - A value name may be a relative path (`Sub\Name`); the value then lives
 ///   in that sub-configuration.
 /// - Lookups by name (HasAttribute, RemoveAttribute, RenameAttribute, the
@@ -45,13 +55,15 @@ struct CfgXmlData;
 ///   or not; only the enumerations tell values from sub-configurations.
 /// - RenameAttribute onto an existing name, MoveSubCfg onto an existing
 ///   target or into its own sub-tree, and names that are not valid XML
-///   element names change nothing and return false; AddSubCfg returns false
-///   only when the node cannot be created (invalid name).
+///   element names change nothing and return false.
 /// - When F is missing and the selected view is VIEW_User, no main file is
 ///   created: the document is built from the user template and the user side
 ///   file, and the first save writes F.
-/// - Side files are read and written only in usages 0 and 4 and unless
-///   SuppressSideFiles() was called. When a side file does not exist, the view
+/// - Side files are written only in usages 0 and 4; the export side file is
+///   read only in these, the user side file in every usage; neither unless
+///   SuppressSideFiles() was called. A save stops with KVException before
+///   its rotation when the file or one of its ".temp", ".bak", ".bak.temp"
+///   names is something other than a regular file (a folder, a link). When a side file does not exist, the view
 ///   found in the main file (an older one-file document) is kept. An emptied
 ///   view is written as the template only when its side file exists.
 /// - An unparsable side file is reported, set aside as ".corrupt." like the
@@ -66,6 +78,8 @@ struct CfgXmlData;
 ///   do not mention is removed. Unparsable bytes change nothing: they are
 ///   written with the parser's diagnosis to `Invalid_cfg_from_<appKey>_<n>.xml`
 ///   beside F and a trace names that file.
+/// - Attributes are written sorted by name, so that the saved bytes depend on
+///   the content alone and not on the process that saved them.
 /// - Files larger than 256 MiB, documents nested deeper than 1000 levels and
 ///   documents that declare entities are treated as parse errors.
 class ZENTAPPSTARTUP_EXPORT CfgXml : public Cfg
@@ -137,11 +151,19 @@ public:
     void RestoreBackup() override;
     QString GetBackupDocumentName(const char* name) override;
 
+    /// Selects the login user's partition and walks to the application's node
+    /// in it (creating the partition), so an open document needs the
+    /// configuration centre's application configuration for its name.
     void SetUserViewSubkey(const QString& subkey) override;
+    /// With a user selected, creates the partitions of the list below the
+    /// user's element and marks existing elements of their names as
+    /// partitions; other partitions stay.
     void SetAdditionalUserViewSubkey(const std::list<QString>& subkeys) override;
     std::list<QString> GetAdditionalUserViewSubkey() override;
     void SaveConfigurationName(const QString& name) override;
     void RenameConfigurationName(const QString& from, const QString& to) override;
+    /// Saves the configuration marked "delete", then removes it; the list of
+    /// partitions is not changed.
     void DeleteConfigurationName(const QString& name) override;
     void LoadConfigurationName(const QString& name) override;
     std::list<QString> GetUserConfigurations() override;
@@ -205,8 +227,12 @@ private:
     [[noreturn]] void FailWalk(const QString& problem, int line) const;
     QDomElement FindValue(const QString& name, View view, bool create) const;
     QDomElement FindValueToRead(const QString& name, View view) const;
-    QDomElement SetStringImplPrivate(const QString& name, const QString& value, View view);
-    void SetValueAndType(const QString& name, const QString& value, const QString& type, View view);
+    QDomElement SetStringImplPrivate(const QString& name, const QString& value, View view,
+                                     const QString& operation);
+    void SetValueAndType(const QString& name, const QString& value, const QString& type, View view,
+                         const QString& operation);
+    bool FindInvalidNodeName(View view, QString* invalid) const;
+    void Stamp(const QDomNode& node, int mode, bool recursive) const;
     void StampSubTree(const QDomNode& node) const;
     void AdvanceStamp(const QDomNode& node) const;
 
@@ -223,6 +249,7 @@ private:
 
     std::list<DetachedView> DetachSideViews();
     bool WriteSideView(const DetachedView& view, const QString& viewName);
+    static bool RotationFindsOnlyFiles(const QString& fileName);
     bool IsSavedUnchanged() const;
     void RememberSaved();
     void GraftBack(std::list<DetachedView>& views);
@@ -230,6 +257,7 @@ private:
     QDomElement UserElement();
     QDomElement LoginUserElement();
     void DropActiveConfiguration();
+    static void CheckConfigurationName(const QString& name, const QString& operation);
     void SaveThroughCentre();
 
     std::shared_ptr<CfgXmlData> m_pData;

@@ -70,6 +70,65 @@ QDomNode DomLookup::Append(QDomNode parent, const QDomNode& child)
     return appended;
 }
 
+QDomNode DomLookup::InsertBefore(QDomNode parent, const QDomNode& child, const QDomNode& before)
+{
+    if (before.isNull())
+        return Append(parent, child);
+    const QDomNode inserted = parent.insertBefore(child, before);
+    ForgetChildren(parent);
+    return inserted;
+}
+
+void DomLookup::Remove(const QDomNode& child)
+{
+    QDomNode parent = child.parentNode();
+    if (parent.isNull())
+        return;
+    parent.removeChild(child);
+    ForgetChildren(parent);
+}
+
+void DomLookup::Replace(const QDomNode& newChild, const QDomNode& oldChild)
+{
+    QDomNode parent = oldChild.parentNode();
+    if (parent.isNull())
+        return;
+    parent.replaceChild(newChild, oldChild);
+    ForgetChildren(parent);
+}
+
+void DomLookup::Rename(QDomElement element, const QString& name)
+{
+    if (element.tagName() == name)
+        return;
+    element.setTagName(name);
+    ForgetChildren(element.parentNode());
+}
+
+void DomLookup::SetAttribute(QDomElement element, const QString& name, const QString& value)
+{
+    if (element.hasAttribute(name) && element.attribute(name) == value)
+        return;
+    ++m_changes;
+    element.setAttribute(name, value);
+}
+
+void DomLookup::RemoveAttribute(QDomElement element, const QString& name)
+{
+    if (!element.hasAttribute(name))
+        return;
+    ++m_changes;
+    element.removeAttribute(name);
+}
+
+void DomLookup::SetText(QDomText text, const QString& value)
+{
+    if (text.data() == value)
+        return;
+    ++m_changes;
+    text.setData(value);
+}
+
 DomLookup::Listing* DomLookup::ListingOf(const QDomNode& parent, ListingKind kind)
 {
     ChildIndex* index = IndexOf(parent);

@@ -21,8 +21,14 @@ public:
     }
 };
 
-/// Lookup structures over one in-memory document, so that reads stay fast on
+/// The model of one in-memory document: every edit of the document goes
+/// through it, and it keeps the lookup structures that let reads stay fast on
 /// nodes with many children.
+///
+/// Edits are counted here, where they happen, so that a save can trust an
+/// unchanged count without serialising: no caller has to remember to report
+/// a change. Nodes not yet in the document may be built freely; attaching
+/// them is the counted edit.
 ///
 /// The child index maps a parent to the first child of each node name; it is
 /// kept up to date for appended children and dropped for a parent whose
@@ -39,6 +45,20 @@ public:
     QDomElement FirstChildElementNamed(const QDomNode& parent, const QString& name);
     /// Appends `child` to `parent` and records it.
     QDomNode Append(QDomNode parent, const QDomNode& child);
+    /// Inserts `child` before `before` (at the end when null).
+    QDomNode InsertBefore(QDomNode parent, const QDomNode& child, const QDomNode& before);
+    /// Removes `child` from its parent.
+    void Remove(const QDomNode& child);
+    /// Puts `newChild` in the place of `oldChild`.
+    void Replace(const QDomNode& newChild, const QDomNode& oldChild);
+    /// Gives `element` another tag name.
+    void Rename(QDomElement element, const QString& name);
+    /// Sets an attribute; an equal value is no change.
+    void SetAttribute(QDomElement element, const QString& name, const QString& value);
+    /// Removes an attribute; a missing one is no change.
+    void RemoveAttribute(QDomElement element, const QString& name);
+    /// Sets the text of a text node; an equal text is no change.
+    void SetText(QDomText text, const QString& value);
     /// Forgets the listings of `parent`: a child turned from value to
     /// sub-configuration or back.
     void ForgetListings(const QDomNode& parent);
@@ -161,6 +181,7 @@ struct CfgXmlData
     {
         bool valid = false;
         quint64 changes = 0;
+        quint64 untrackedEdits = 0;
         int usage = 0;
         bool noSideFiles = false;
         QString fileName;

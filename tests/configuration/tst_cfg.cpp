@@ -1,3 +1,4 @@
+#include "common/kvexceptioncheck.h"
 #include "common/memorycfg.h"
 #include "configuration/cfg.h"
 #include "configuration/cfgcentertestaccess.h"
@@ -430,6 +431,8 @@ private slots:
         QFETCH(bool, writable);
         std::unique_ptr<ICfg> holder;
         ICfg* cfg = Backend(xml, ICfg::VIEW_Machine, holder);
+        MemoryCfg doc(QString(), ICfg::VIEW_Machine);
+        CfgCenterTestAccess::SetDocCfg(&doc);
         cfg->SetString(QStringLiteral("s"), QStringLiteral("text"), ICfg::View(storedIn));
         cfg->SetInteger(QStringLiteral("i"), 7, ICfg::View(storedIn));
         cfg->SetBoolean(QStringLiteral("b"), false, ICfg::View(storedIn));
@@ -449,6 +452,8 @@ private slots:
     {
         MemoryCfg doc(QString(), ICfg::VIEW_Machine);
         doc.SetString(QStringLiteral("s"), QStringLiteral("user"), ICfg::VIEW_User);
+        MemoryCfg someOther(QString(), ICfg::VIEW_Machine);
+        CfgCenterTestAccess::SetDocCfg(&someOther);
         QCOMPARE(doc.IsStringWritable(QStringLiteral("s"), ICfg::VIEW_Machine), false);
         CfgCenterTestAccess::SetDocCfg(&doc);
         QCOMPARE(doc.IsStringWritable(QStringLiteral("s"), ICfg::VIEW_Machine), true);
@@ -457,6 +462,41 @@ private slots:
         MemoryCfg other(QString(), ICfg::VIEW_Machine);
         other.SetString(QStringLiteral("s"), QStringLiteral("user"), ICfg::VIEW_User);
         QCOMPARE(other.IsStringWritable(QStringLiteral("s"), ICfg::VIEW_Machine), false);
+    }
+
+    void writabilityAsksForTheDocumentConfigurationInTheMachineView()
+    {
+        MemoryCfg doc(QString(), ICfg::VIEW_User);
+        CfgCenterTestAccess::SetDocCfg(&doc);
+        MemoryCfg cfg(QString(), ICfg::VIEW_User);
+        QCOMPARE(cfg.IsStringWritable(QStringLiteral("s"), ICfg::VIEW_User), true);
+        QCOMPARE(doc.GetSelectedView(), ICfg::VIEW_Machine);
+        QCOMPARE(cfg.GetSelectedView(), ICfg::VIEW_User);
+    }
+
+    void writabilityWithoutDocumentConfigurationThrows_data()
+    {
+        QTest::addColumn<int>("kind");
+        QTest::newRow("string") << 0;
+        QTest::newRow("integer") << 1;
+        QTest::newRow("boolean") << 2;
+    }
+
+    void writabilityWithoutDocumentConfigurationThrows()
+    {
+        QFETCH(int, kind);
+        MemoryCfg cfg(QString(), ICfg::VIEW_Machine);
+        CompareKVException(CaughtKVException([&] {
+                               if (kind == 0)
+                                   cfg.IsStringWritable(QStringLiteral("s"), ICfg::VIEW_Machine);
+                               else if (kind == 1)
+                                   cfg.IsIntegerWritable(QStringLiteral("s"), ICfg::VIEW_Machine);
+                               else
+                                   cfg.IsBooleanWritable(QStringLiteral("s"), ICfg::VIEW_Machine);
+                           }),
+                           QStringLiteral("CfgCenter::GetDocCfg(), called, before calling CfgCenter::CfgCenter()"),
+                           QStringLiteral("configuration/cfgcenter"), QStringLiteral("CfgCenter"),
+                           QStringLiteral("GetDocCfg"));
     }
 
     void saveDocumentWithoutDocumentConfigurationDoesNothing()

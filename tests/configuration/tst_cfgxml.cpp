@@ -1029,6 +1029,74 @@ private slots:
         QCOMPARE(cfg->GetString(QStringLiteral("U"), QString(), ICfg::VIEW_User), QStringLiteral("1"));
     }
 
+    void sideFileNameTakenByAFolderIsNeverMoved_data()
+    {
+        QTest::addColumn<QString>("folder");
+        QTest::newRow("side_file") << "Cfg.usr.xml";
+        QTest::newRow("temp") << "Cfg.usr.xml.temp";
+        QTest::newRow("backup") << "Cfg.usr.xml.bak";
+        QTest::newRow("backup_temp") << "Cfg.usr.xml.bak.temp";
+    }
+
+    void sideFileNameTakenByAFolderIsNeverMoved()
+    {
+        QFETCH(QString, folder);
+        CfgCenter::SetUsage(CfgCenter::USAGE_0);
+        auto cfg = Open(MAIN);
+        QVERIFY(QDir(m_dir->path()).mkdir(folder));
+        Write(Path(folder + QStringLiteral("/inside")), "kept");
+        const QStringList before = FilesInDir();
+        cfg->SetString(QStringLiteral("U"), QStringLiteral("1"), ICfg::VIEW_User);
+        CompareException([&] { cfg->SaveDocument(); },
+                         QStringLiteral("Cannot open ") + Path(QStringLiteral("Cfg.usr.xml")) +
+                             QStringLiteral(" for writing."),
+                         QStringLiteral("SaveDocumentExtra"));
+        QCOMPARE(FilesInDir(), before);
+        QCOMPARE(Read(Path(folder + QStringLiteral("/inside"))), QByteArray("kept"));
+        QCOMPARE(cfg->GetString(QStringLiteral("U"), QString(), ICfg::VIEW_User), QStringLiteral("1"));
+    }
+
+    void mainFileNameTakenByAFolderIsNeverMoved_data()
+    {
+        QTest::addColumn<QString>("folder");
+        QTest::newRow("backup") << "Cfg.xml.bak";
+        QTest::newRow("backup_temp") << "Cfg.xml.bak.temp";
+    }
+
+    void mainFileNameTakenByAFolderIsNeverMoved()
+    {
+        QFETCH(QString, folder);
+        auto cfg = Open(MAIN);
+        QVERIFY(QDir(m_dir->path()).mkdir(folder));
+        Write(Path(folder + QStringLiteral("/inside")), "kept");
+        const QStringList before = FilesInDir();
+        cfg->SetString(QStringLiteral("A"), QStringLiteral("1"));
+        CompareException([&] { cfg->SaveDocument(); },
+                         QStringLiteral("Cannot open ") + Path(QStringLiteral("Cfg.xml.bak.temp")) +
+                             QStringLiteral(" for writing."),
+                         QStringLiteral("SaveDocument"));
+        QCOMPARE(FilesInDir(), before);
+        QCOMPARE(Read(Path(QStringLiteral("Cfg.xml"))), MAIN);
+        QCOMPARE(Read(Path(folder + QStringLiteral("/inside"))), QByteArray("kept"));
+    }
+
+    void userSideFileIsReadInEveryUsage_data()
+    {
+        QTest::addColumn<int>("usage");
+        for (int usage = 0; usage <= 4; ++usage)
+            QTest::newRow(qPrintable(QStringLiteral("usage_%1").arg(usage))) << usage;
+    }
+
+    void userSideFileIsReadInEveryUsage()
+    {
+        QFETCH(int, usage);
+        CfgCenter::SetUsage(CfgCenter::CfgCenterUsage(usage));
+        Write(Path(QStringLiteral("Cfg.usr.xml")),
+              "<?xml version=\"1.0\"?><Cfg version=\"2.2\"><User><App><U>from side file</U></App></User></Cfg>");
+        auto cfg = Open(MAIN);
+        QCOMPARE(cfg->GetString(QStringLiteral("U"), QString(), ICfg::VIEW_User), QStringLiteral("from side file"));
+    }
+
     void saveOutsideTheMainThreadIsAsserted()
     {
         auto cfg = Open(MAIN);
@@ -1123,9 +1191,21 @@ private slots:
         QCOMPARE(missing.CreateSubCfgAt(0), static_cast<ICfg*>(nullptr));
     }
 
-    void textAmongSubConfigurationsFailsTheEnumeration()
+    void childThatIsNoElementFailsTheEnumeration_data()
     {
-        auto cfg = Open(Document("<System/><Domain/><Machine><App><Sub/>text</App></Machine>"));
+        QTest::addColumn<QByteArray>("child");
+        QTest::newRow("text") << QByteArray("text");
+        QTest::newRow("comment") << QByteArray("<!-- a comment -->");
+        QTest::newRow("processing_instruction") << QByteArray("<?pi data?>");
+    }
+
+    void childThatIsNoElementFailsTheEnumeration()
+    {
+        QFETCH(QByteArray, child);
+        auto cfg = Open(Document("<System/><Domain/><Machine><App><Sub/>" + child + "<Next/></App></Machine>"));
+        std::unique_ptr<ICfg> first(cfg->CreateSubCfgAt(0));
+        QVERIFY(first);
+        QCOMPARE(first->GetPartialKey(), QStringLiteral("Sub"));
         CompareException([&] { delete cfg->CreateSubCfgAt(1); },
                          QStringLiteral("Not all childs are elements."),
                          QStringLiteral("CreateSubCfgAtImpl"));
@@ -1231,32 +1311,157 @@ private slots:
         QCOMPARE(deep->GetString(QStringLiteral("V"), QString()), QStringLiteral("x"));
     }
 
-    void invalidNamesAreNeverCreated()
+    void writesThatCannotBeStoredAreRefused_data()
     {
+        QTest::addColumn<QString>("setter");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("message");
+        const QString notAName = QStringLiteral("The value \"%1\" was not stored: \"%2\" cannot be an XML element name.");
+        for (const QString& setter : {QStringLiteral("SetString"), QStringLiteral("SetInteger"),
+                                      QStringLiteral("SetBoolean"), QStringLiteral("SetProtected"),
+                                      QStringLiteral("SetAttributeType")}) {
+            const QByteArray prefix = setter.toLatin1() + "_";
+            QTest::newRow(prefix + "space") << setter << "has space" << notAName.arg("has space", "has space");
+            QTest::newRow(prefix + "leading_digit") << setter << "1st" << notAName.arg("1st", "1st");
+            QTest::newRow(prefix + "slash") << setter << "a/b" << notAName.arg("a/b", "a/b");
+            QTest::newRow(prefix + "bad_path") << setter << "Sub\\1st\\V" << notAName.arg("Sub\\1st\\V", "1st");
+            QTest::newRow(prefix + "empty_after_path") << setter << "Sub\\" << notAName.arg("Sub\\", "");
+        }
+        QTest::newRow("SetString_control_character")
+            << "SetString"
+            << "V" << QStringLiteral("The value \"V\" was not stored: its text contains the character U+0001, "
+                                     "which XML cannot carry.");
+        QTest::newRow("SetString_noncharacter")
+            << "SetString"
+            << "V" << QStringLiteral("The value \"V\" was not stored: its text contains the character U+FFFF, "
+                                     "which XML cannot carry.");
+        QTest::newRow("SetString_unpaired_surrogate")
+            << "SetString"
+            << "V" << QStringLiteral("The value \"V\" was not stored: its text contains the character U+D800, "
+                                     "which XML cannot carry.");
+    }
+
+    void writesThatCannotBeStoredAreRefused()
+    {
+        QFETCH(QString, setter);
+        QFETCH(QString, name);
+        QFETCH(QString, message);
         auto cfg = Open(MAIN);
-        cfg->SetString(QStringLiteral("has space"), QStringLiteral("x"));
-        cfg->SetString(QStringLiteral("1st"), QStringLiteral("x"));
-        QCOMPARE(cfg->AddSubCfg(QStringLiteral("a<b")), false);
+        QString text = QStringLiteral("ok");
+        if (QTest::currentDataTag() == QByteArray("SetString_control_character"))
+            text = QStringLiteral("a") + QChar(0x01) + QStringLiteral("b");
+        else if (QTest::currentDataTag() == QByteArray("SetString_noncharacter"))
+            text = QStringLiteral("a") + QChar(0xFFFF);
+        else if (QTest::currentDataTag() == QByteArray("SetString_unpaired_surrogate"))
+            text = QStringLiteral("a") + QChar(0xD800) + QStringLiteral("b");
+        CompareException(
+            [&] {
+                if (setter == QLatin1String("SetString"))
+                    cfg->SetString(name, text);
+                else if (setter == QLatin1String("SetInteger"))
+                    cfg->SetInteger(name, 5);
+                else if (setter == QLatin1String("SetBoolean"))
+                    cfg->SetBoolean(name, true);
+                else if (setter == QLatin1String("SetProtected"))
+                    cfg->SetProtected(name, true);
+                else
+                    cfg->SetAttributeType(name, ICfg::TYPE_Integer);
+            },
+            message, setter);
+        // Nothing of the refused write is left behind, not even its path.
         QCOMPARE(cfg->GetValueKeyAt(0), QString());
+        QCOMPARE(cfg->HasSubCfg(QStringLiteral("Sub")), false);
         cfg->SaveDocument();
         QDomDocument reread;
         QVERIFY(reread.setContent(Read(Path(QStringLiteral("Cfg.xml")))));
+        QCOMPARE(ParseElement(Read(Path(QStringLiteral("Cfg.xml"))))
+                     .firstChildElement(QStringLiteral("Machine"))
+                     .firstChildElement(QStringLiteral("App"))
+                     .childNodes()
+                     .size(),
+                 0);
     }
 
-    void textsThatXmlCannotCarryAreCleaned()
+    void writesBelowAKeyThatCannotBeAnElementAreRefused()
+    {
+        Write(Path(QStringLiteral("Cfg.xml")), MAIN);
+        OpenCfgXml cfg(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App\\My Part"), ICfg::VIEW_Machine);
+        cfg.OpenDocument(false);
+        CompareException([&] { cfg.SetInteger(QStringLiteral("V"), 1); },
+                         QStringLiteral("The value \"V\" was not stored: \"My Part\" cannot be an XML element name."),
+                         QStringLiteral("SetInteger"));
+    }
+
+    void writesToAUserPartitionThatCannotBeAnElementAreRefused()
+    {
+        auto cfg = Open(MAIN, QStringLiteral("App"), ICfg::VIEW_User);
+        CfgCenterTestAccess::SetAppCfg(cfg.get());
+        cfg->SetUserViewSubkey(QStringLiteral("DOMAIN\\john"));
+        QCOMPARE(cfg->GetString(QStringLiteral("V"), QStringLiteral("d")), QStringLiteral("d"));
+        CompareException([&] { cfg->SetString(QStringLiteral("V"), QStringLiteral("x")); },
+                         QStringLiteral("The value \"V\" was not stored: \"DOMAIN\\john\" cannot be an XML element "
+                                        "name."),
+                         QStringLiteral("SetString"));
+    }
+
+    void subConfigurationNamesThatCannotBeElementsAreReported_data()
+    {
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QString>("invalid");
+        QTest::newRow("space") << "has space"
+                               << "has space";
+        QTest::newRow("leading_digit") << "1st"
+                                       << "1st";
+        QTest::newRow("slash") << "a/b"
+                               << "a/b";
+        QTest::newRow("bad_component") << "Sub\\a<b"
+                                       << "a<b";
+    }
+
+    void subConfigurationNamesThatCannotBeElementsAreReported()
+    {
+        QFETCH(QString, key);
+        QFETCH(QString, invalid);
+        auto cfg = Open(MAIN);
+        m_traces.clear();
+        QCOMPARE(cfg->AddSubCfg(key), false);
+        QCOMPARE(m_traces.size(), 1);
+        QVERIFY2(m_traces[0].contains(QStringLiteral("The sub-configuration \"%1\" was not stored: \"%2\" cannot be "
+                                                     "an XML element name.")
+                                          .arg(key, invalid)),
+                 qPrintable(m_traces[0]));
+        QCOMPARE(cfg->HasSubCfg(QStringLiteral("Sub")), false);
+        m_traces.clear();
+        QVERIFY(!cfg->CreateSubCfg(key));
+        QCOMPARE(m_traces.size(), 1);
+        QVERIFY2(m_traces[0].contains(QStringLiteral("The sub-configuration \"%1\" does not exist: \"%2\" cannot be "
+                                                     "an XML element name.")
+                                          .arg(key, invalid)),
+                 qPrintable(m_traces[0]));
+    }
+
+    void addSubCfgWithoutANameIsReported()
     {
         auto cfg = Open(MAIN);
-        const QString emoji = QString::fromUtf8("\xf0\x9f\x98\x80");
-        const QString clean = QStringLiteral("ab\tc") + emoji + QStringLiteral("\r\nd");
-        cfg->SetString(QStringLiteral("V"), QStringLiteral("a\x01"
-                                                           "b\tc") +
-                                                QChar(0xFFFF) + QChar(0xD800) + emoji +
-                                                QStringLiteral("\r\nd"));
-        QCOMPARE(cfg->GetString(QStringLiteral("V"), QString()), clean);
+        m_traces.clear();
+        QCOMPARE(cfg->AddSubCfg(QString()), false);
+        QCOMPARE(m_traces.size(), 1);
+        QVERIFY2(m_traces[0].contains(
+                     QStringLiteral("The sub-configuration \"\" was not stored: \"\" cannot be an XML element name.")),
+                 qPrintable(m_traces[0]));
+    }
+
+    void textsThatXmlCanCarryAreKeptAsGiven()
+    {
+        auto cfg = Open(MAIN);
+        const QString text = QStringLiteral("ab\tc") + QString::fromUtf8("\xf0\x9f\x98\x80") +
+                             QStringLiteral("\r\nd <&> \"'") + QChar(0xFFFD);
+        cfg->SetString(QStringLiteral("V"), text);
+        QCOMPARE(cfg->GetString(QStringLiteral("V"), QString()), text);
         cfg->SaveDocument();
         OpenCfgXml reopened(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App"), ICfg::VIEW_Machine);
         reopened.OpenDocument(false);
-        QCOMPARE(reopened.GetString(QStringLiteral("V"), QString()), clean);
+        QCOMPARE(reopened.GetString(QStringLiteral("V"), QString()), text);
     }
 
     void subConfigurationsAreAddedFoundAndRemoved()
@@ -1392,6 +1597,7 @@ private slots:
         QFETCH(QString, partition);
         auto cfg = Open(Document("<System/><Domain/><Machine/><User><App><U>plain</U></App></User>"),
                         QStringLiteral("App"), ICfg::VIEW_User);
+        CfgCenterTestAccess::SetAppCfg(cfg.get());
         cfg->SetUserViewSubkey(subkey);
         QCOMPARE(cfg->GetString(QStringLiteral("U"), QString()), QStringLiteral("plain"));
         cfg->SetString(QStringLiteral("U"), QStringLiteral("mine"));
@@ -1412,6 +1618,7 @@ private slots:
     {
         auto cfg = Open(MAIN, QStringLiteral("App"), ICfg::VIEW_User);
         QVERIFY(cfg->GetUserConfigurations().empty());
+        CfgCenterTestAccess::SetAppCfg(cfg.get());
         cfg->SetUserViewSubkey(QStringLiteral("Ann"));
         cfg->SetString(QStringLiteral("V"), QStringLiteral("base"));
         cfg->SaveConfigurationName(QStringLiteral("A"));
@@ -1434,7 +1641,8 @@ private slots:
         QCOMPARE(cfg->GetString(QStringLiteral("V"), QString()), QStringLiteral("in B"));
         cfg->DeleteConfigurationName(QStringLiteral("C"));
         QCOMPARE(cfg->GetUserConfigurations(), std::list<QString>{QStringLiteral("A")});
-        QCOMPARE(cfg->UsingUserConfiguration(), false);
+        // Deleting leaves the list of partitions alone.
+        QCOMPARE(cfg->UsingUserConfiguration(), true);
         QCOMPARE(cfg->GetUsers(), (std::list<QString>{QStringLiteral("Ann"), QStringLiteral("Bob")}));
         cfg->DeleteUser(QStringLiteral("Bob"));
         QCOMPARE(cfg->GetUsers(), std::list<QString>{QStringLiteral("Ann")});
