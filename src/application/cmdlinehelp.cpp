@@ -117,10 +117,11 @@ bool CmdLineHelp::Display(int argc, char** argv)
     text += CreateHelpText();
 
     const QString fileName = HelpFileName(argc, argv);
-    QFile file(fileName);
+    QFile file;
     // Writing and showing are best effort: the user still gets the exit, and
-    // there is nobody else to tell that the help could not be shown.
-    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+    // there is nobody else to tell that the help could not be shown. Made
+    // afresh: a link planted under the name is replaced, never written through.
+    if (ZentOS::Create().ReplaceWithNewFile(file, fileName, 0644)) {
         file.write(text.toLatin1());
         // Flushed for the viewer; the file is closed only after the request returned.
         file.flush();

@@ -56,7 +56,6 @@ const char* const USER_TEMPLATE = "<?xml version = '1.0'?><Cfg version='2.2'><Us
 const char* const EXPORT_TEMPLATE = "<?xml version = '1.0'?><Cfg version='2.2'><Export/></Cfg>";
 const char* const SIDE_SKELETON = "<?xml version = '1.0'?><Cfg version='2.2'></Cfg>";
 const qint64 MAX_FILE_SIZE = CfgXmlFile::MAX_FILE_SIZE;
-const int MAX_NESTING = 1000;
 
 std::atomic<bool> s_timeStampsEnabled{true};
 // Counts changes of the user partitions, which every document's User view
@@ -239,54 +238,10 @@ struct ParseResult
     int column = 0;
 };
 
-// Nesting that deep only comes from damaged or hostile files, and the DOM
-// handles it with recursion. The stream reader walks the bytes without
-// building anything.
-ParseResult CheckNesting(const QByteArray& bytes)
-{
-    ParseResult result;
-    QXmlStreamReader reader(bytes);
-    int depth = 0;
-    while (!reader.atEnd()) {
-        const QXmlStreamReader::TokenType token = reader.readNext();
-        if (token == QXmlStreamReader::StartElement && ++depth > MAX_NESTING) {
-            result.message = QStringLiteral("elements nested too deeply");
-            result.line = int(reader.lineNumber());
-            result.column = int(reader.columnNumber());
-            return result;
-        }
-        if (token == QXmlStreamReader::EndElement)
-            --depth;
-        // Configuration documents need no entities; declared ones can expand
-        // into arbitrarily deep or large content.
-        if (token == QXmlStreamReader::DTD &&
-            (!reader.entityDeclarations().isEmpty() || reader.text().contains(QLatin1String("<!ENTITY")))) {
-            result.message = QStringLiteral("entity declarations are not allowed");
-            result.line = int(reader.lineNumber());
-            result.column = int(reader.columnNumber());
-            return result;
-        }
-    }
-    result.ok = true;
-    return result;
-}
-
 ParseResult Parse(QDomDocument& document, const QByteArray& bytes)
 {
     ParseResult result;
-    if (bytes.size() > MAX_FILE_SIZE) {
-        result.message = QStringLiteral("file too large");
-        return result;
-    }
-    // The DOM builds and frees its tree recursively, so depth is checked
-    // before it sees the bytes; the exact check runs only where the quick
-    // scan cannot vouch for the document.
-    if (!CfgXmlFile::IsShallow(bytes, MAX_NESTING)) {
-        const ParseResult nesting = CheckNesting(bytes);
-        if (!nesting.ok)
-            return nesting;
-    }
-    result.ok = document.setContent(bytes, &result.message, &result.line, &result.column);
+    result.ok = CfgXmlFile::Parse(document, bytes, &result.message, &result.line, &result.column);
     return result;
 }
 

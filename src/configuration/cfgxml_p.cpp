@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QThread>
+#include <QXmlStreamReader>
 
 #include <cerrno>
 #include <cstring>
@@ -327,6 +328,69 @@ bool CfgXmlFile::RestoreFromBackup(const QString& fileName)
     const bool restored = WriteSynced(file, fileName, bytes);
     ZentOS::Get().SyncDirectory(DirectoryOf(fileName));
     return restored;
+}
+
+namespace {
+
+struct GuardProblem
+{
+    QString message;
+    int line = 0;
+    int column = 0;
+};
+
+// The DOM builds and frees its tree recursively and keeps every node at
+// hundreds of bytes; the stream reader walks the bytes without building anything.
+bool CheckGuards(const QByteArray& bytes, GuardProblem& problem)
+{
+    QXmlStreamReader reader(bytes);
+    int depth = 0;
+    int elements = 0;
+    const auto fail = [&](const char* message) {
+        problem.message = QString::fromLatin1(message);
+        problem.line = int(reader.lineNumber());
+        problem.column = int(reader.columnNumber());
+        return false;
+    };
+    while (!reader.atEnd()) {
+        const QXmlStreamReader::TokenType token = reader.readNext();
+        if (token == QXmlStreamReader::StartElement) {
+            if (++depth > CfgXmlFile::MAX_NESTING)
+                return fail("elements nested too deeply");
+            if (++elements > CfgXmlFile::MAX_ELEMENTS)
+                return fail("too many elements");
+        }
+        if (token == QXmlStreamReader::EndElement)
+            --depth;
+        // Configuration documents need no entities; declared ones can expand
+        // into arbitrarily deep or large content.
+        if (token == QXmlStreamReader::DTD &&
+            (!reader.entityDeclarations().isEmpty() || reader.text().contains(QLatin1String("<!ENTITY"))))
+            return fail("entity declarations are not allowed");
+    }
+    return true;
+}
+
+} // namespace
+
+bool CfgXmlFile::Parse(QDomDocument& document, const QByteArray& bytes, QString* message, int* line,
+                       int* column)
+{
+    GuardProblem problem;
+    if (bytes.size() > MAX_FILE_SIZE) {
+        problem.message = QStringLiteral("file too large");
+    } else if ((IsShallow(bytes, MAX_NESTING) && bytes.count('<') <= MAX_ELEMENTS) ||
+               CheckGuards(bytes, problem)) {
+        // The exact check runs only where the quick scans cannot vouch for the document.
+        return document.setContent(bytes, message, line, column);
+    }
+    if (message)
+        *message = problem.message;
+    if (line)
+        *line = problem.line;
+    if (column)
+        *column = problem.column;
+    return false;
 }
 
 QByteArray CfgXmlFile::ReadFile(const QString& fileName, QString* problem)
