@@ -162,6 +162,9 @@ public:
     /// Opens `fileName` for appending; made with `mode` when missing. Only a
     /// regular file of this process's user is appended to, never through a link.
     virtual bool OpenForAppend(QFile& file, const QString& fileName, int mode = 0600);
+    /// Renames `from` to `to`, replacing what has the name `to` (a link
+    /// itself, never its target).
+    virtual bool ReplaceFile(const QString& from, const QString& to);
     /// Reads the regular file `fileName` (links followed) when it holds at most `maxSize` bytes.
     virtual ReadResult ReadRegularFile(const QString& fileName, qint64 maxSize, QByteArray& bytes) const;
     /// Gives the newly made, open `file` the mode and owner of the regular

@@ -557,6 +557,11 @@ bool ZentOS::OpenForAppend(QFile& file, const QString& fileName, int mode)
     return OpenSameFileByName(file, fileName, fd, QIODevice::WriteOnly | QIODevice::Append);
 }
 
+bool ZentOS::ReplaceFile(const QString& from, const QString& to)
+{
+    return ::rename(Native(from).constData(), Native(to).constData()) == 0;
+}
+
 ZentOS::ReadResult ZentOS::ReadRegularFile(const QString& fileName, qint64 maxSize, QByteArray& bytes) const
 {
     bytes.clear();
