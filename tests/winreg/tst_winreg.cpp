@@ -626,12 +626,26 @@ private slots:
                  QStringLiteral("root"));
     }
 
-    void theRegistryFolderIsNotTakenFromASetUserIdCallersEnvironment()
+    // A process whose real user is not its effective one (set-user-id) does
+    // not let its caller's environment move its hives.
+    void aSetUserIdProcessIgnoresTheRegistryVariable()
     {
-        // Only the variable's reading is checked here; a set-user-id process
-        // gets nullptr from it (secure_getenv), so its hives stay where they belong.
-        QCOMPARE(QString::fromLocal8Bit(ZentOS::Get().GetTrustedEnvironmentVar("ZENT_REGISTRY_DIR")),
-                 m_registry->path());
+        if (::geteuid() != 0)
+            QSKIP("needs root to start a process whose real user differs from its effective one");
+        const QString setpriv = QStandardPaths::findExecutable(QStringLiteral("setpriv"));
+        if (setpriv.isEmpty())
+            QSKIP("setpriv is not installed");
+        QProcess process;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("ZENT_REGISTRY_DIR"), m_registry->filePath(QStringLiteral("redirected")));
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_registry->filePath(QStringLiteral("config")));
+        process.setProcessEnvironment(environment);
+        process.start(setpriv, {QStringLiteral("--ruid=65534"), Helper(), QStringLiteral("set"),
+                                QStringLiteral("Key"), QStringLiteral("v"), QStringLiteral("text")});
+        QVERIFY(process.waitForFinished(30000));
+        QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()).trimmed(), QStringLiteral("result 0"));
+        QVERIFY(!QFileInfo::exists(m_registry->filePath(QStringLiteral("redirected"))));
+        QVERIFY(QFileInfo::exists(m_registry->filePath(QStringLiteral("config/zent/registry/HKEY_CURRENT_USER.db"))));
     }
 
 private:
