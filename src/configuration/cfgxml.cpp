@@ -955,8 +955,8 @@ bool CfgXml::ParseMainFile(const QByteArray& bytes, bool restoreAllowed)
     QString unreadable;
     if (bytes.isEmpty())
         CfgXmlFile::ReadFile(m_sFileName, &unreadable);
-    const ParseResult result = !unreadable.isEmpty() ? ParseResult{false, unreadable, 0, 0}
-                                                     : Parse(*m_pData->document, bytes);
+    const ParseResult result =
+        !unreadable.isEmpty() ? ParseResult{false, unreadable, 0, 0} : Parse(*m_pData->document, bytes);
     if (result.ok)
         return true;
     m_pData->Reset();
@@ -1316,10 +1316,9 @@ void CfgXml::MergeCfgFromStringAndApp(const QByteArray& bytes, const QString& ap
     if (!result.ok) {
         const QString directory = QFileInfo(m_sFileName).absolutePath();
         QFile diagnosis;
-        const QString name =
-            CfgXmlFile::CreateNumberedFile(diagnosis, directory + QStringLiteral("/Invalid_cfg_from_") + appKey +
-                                                          QLatin1Char('_'),
-                                           QStringLiteral(".xml"), ZentOS::Get().GetTime());
+        const QString name = CfgXmlFile::CreateNumberedFile(
+            diagnosis, directory + QStringLiteral("/Invalid_cfg_from_") + appKey + QLatin1Char('_'),
+            QStringLiteral(".xml"), ZentOS::Get().GetTime());
         if (diagnosis.isOpen()) {
             diagnosis.write(bytes);
             diagnosis.write("<ErrorInfo>");

@@ -416,7 +416,8 @@ QByteArray CfgXmlFile::ReadFile(const QString& fileName, QString* problem)
     return bytes;
 }
 
-QString CfgXmlFile::CreateNumberedFile(QFile& file, const QString& prefix, const QString& suffix, qint64 first)
+QString CfgXmlFile::CreateNumberedFile(QFile& file, const QString& prefix, const QString& suffix,
+                                       qint64 first)
 {
     QString name;
     for (qint64 number = first;; ++number) {

@@ -357,7 +357,9 @@ void* ZentOS::CreateNamedLock(const QString& name)
         ::open(LockFileName(name).constData(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
     if (fd < 0)
         return nullptr;
-    struct stat info{};
+    struct stat info
+    {
+    };
     if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_uid != ::geteuid()) {
         ::close(fd);
         return nullptr;
@@ -479,14 +481,18 @@ QByteArray Native(const QString& path)
 // meanwhile is found out before anything is written.
 bool OpenSameFileByName(QFile& file, const QString& fileName, int fd, QIODevice::OpenMode mode)
 {
-    struct stat made{};
+    struct stat made
+    {
+    };
     const bool known = ::fstat(fd, &made) == 0;
     file.setFileName(fileName);
     const bool opened = known && file.open(mode | QIODevice::ExistingOnly);
     ::close(fd);
     if (!opened)
         return false;
-    struct stat now{};
+    struct stat now
+    {
+    };
     if (::fstat(file.handle(), &now) != 0 || now.st_dev != made.st_dev || now.st_ino != made.st_ino) {
         file.close();
         errno = EEXIST;
@@ -498,7 +504,9 @@ bool OpenSameFileByName(QFile& file, const QString& fileName, int fd, QIODevice:
 // Why `path` is no private folder of this user; empty when it is one.
 QString PrivateDirProblem(const QByteArray& path)
 {
-    struct stat info{};
+    struct stat info
+    {
+    };
     if (::lstat(path.constData(), &info) != 0)
         return QStringLiteral("cannot be examined: ") + QString::fromLocal8Bit(std::strerror(errno));
     if (!S_ISDIR(info.st_mode))
@@ -506,7 +514,8 @@ QString PrivateDirProblem(const QByteArray& path)
     if (info.st_uid != ::geteuid())
         return QStringLiteral("belongs to user %1").arg(info.st_uid);
     if ((info.st_mode & 077) != 0)
-        return QStringLiteral("is open to other users (mode %1)").arg(info.st_mode & 07777, 4, 8, QLatin1Char('0'));
+        return QStringLiteral("is open to other users (mode %1)")
+            .arg(info.st_mode & 07777, 4, 8, QLatin1Char('0'));
     return QString();
 }
 
@@ -548,7 +557,9 @@ bool ZentOS::OpenForAppend(QFile& file, const QString& fileName, int mode)
                           static_cast<mode_t>(mode));
     if (fd < 0)
         return false;
-    struct stat info{};
+    struct stat info
+    {
+    };
     if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_uid != ::geteuid()) {
         ::close(fd);
         errno = EPERM;
@@ -569,7 +580,9 @@ ZentOS::ReadResult ZentOS::ReadRegularFile(const QString& fileName, qint64 maxSi
     const int fd = ::open(Native(fileName).constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0)
         return errno == ENOENT ? ReadResult::Missing : ReadResult::Failed;
-    struct stat info{};
+    struct stat info
+    {
+    };
     ReadResult result = ReadResult::Read;
     if (::fstat(fd, &info) != 0)
         result = ReadResult::Failed;
@@ -616,7 +629,9 @@ ZentOS::ReadResult ZentOS::ReadRegularFile(const QString& fileName, qint64 maxSi
 
 bool ZentOS::KeepModeAndOwner(QFileDevice& file, const QString& model)
 {
-    struct stat info{};
+    struct stat info
+    {
+    };
     if (::lstat(Native(model).constData(), &info) != 0 || !S_ISREG(info.st_mode))
         return true;
     const int fd = file.handle();
@@ -624,7 +639,9 @@ bool ZentOS::KeepModeAndOwner(QFileDevice& file, const QString& model)
         return false;
     // The owner first: changing it clears set-user-id bits, which the mode then puts back.
     bool kept = true;
-    struct stat own{};
+    struct stat own
+    {
+    };
     if (::fstat(fd, &own) == 0 && (own.st_uid != info.st_uid || own.st_gid != info.st_gid) &&
         ::fchown(fd, info.st_uid, info.st_gid) != 0) {
         // Only the administrator gives files away; a member of the group keeps at least the group.
@@ -636,7 +653,9 @@ bool ZentOS::KeepModeAndOwner(QFileDevice& file, const QString& model)
 bool ZentOS::CreateDirectories(const QString& path, int mode)
 {
     const QString clean = QDir::cleanPath(QDir(path).absolutePath());
-    struct stat info{};
+    struct stat info
+    {
+    };
     if (::stat(Native(clean).constData(), &info) == 0)
         return S_ISDIR(info.st_mode);
     const QString parent = QFileInfo(clean).path();

@@ -28,10 +28,12 @@ namespace {
 
 constexpr qint64 BOUND_MS = 30000;
 
-const QByteArray DOCUMENT = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Cfg version=\"2.2\"><System/><Domain/>"
-                            "<Machine><App><Port type=\"integer\">4000</Port></App></Machine></Cfg>\n";
-const QByteArray ATTACKER = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Cfg version=\"2.2\"><System/><Domain/>"
-                            "<Machine><App><Port type=\"integer\">6666</Port></App></Machine></Cfg>\n";
+const QByteArray DOCUMENT =
+    "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Cfg version=\"2.2\"><System/><Domain/>"
+    "<Machine><App><Port type=\"integer\">4000</Port></App></Machine></Cfg>\n";
+const QByteArray ATTACKER =
+    "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Cfg version=\"2.2\"><System/><Domain/>"
+    "<Machine><App><Port type=\"integer\">6666</Port></App></Machine></Cfg>\n";
 
 class OpenCfgXml : public CfgXml
 {
@@ -51,7 +53,9 @@ struct FileState
 
 FileState StateOf(const QString& path)
 {
-    struct stat info{};
+    struct stat info
+    {
+    };
     FileState state;
     if (::lstat(QFile::encodeName(path).constData(), &info) != 0)
         return state;
@@ -190,8 +194,8 @@ private slots:
         QVERIFY(QFile::link(Victim(QStringLiteral("created.xml")), FileName()));
         ErrorHandler::Instance().SetMessageDialog([](const QString&) { return true; });
         OpenCfgXml cfg(FileName(), QStringLiteral("App"), ICfg::VIEW_Machine);
-        QCOMPARE(OpenError(cfg), QStringLiteral("Can neither open nor create the file ") + FileName() +
-                                     QStringLiteral("."));
+        QCOMPARE(OpenError(cfg),
+                 QStringLiteral("Can neither open nor create the file ") + FileName() + QStringLiteral("."));
         QVERIFY(!StateOf(Victim(QStringLiteral("created.xml"))).exists);
     }
 
@@ -201,8 +205,10 @@ private slots:
         os.time = 1000;
         Write(FileName(), DOCUMENT);
         Write(Victim(QStringLiteral("existing")), "victim's bytes\n");
-        QVERIFY(QFile::link(Victim(QStringLiteral("existing")), Path(QStringLiteral("Invalid_cfg_from_Peer_1000.xml"))));
-        QVERIFY(QFile::link(Victim(QStringLiteral("created")), Path(QStringLiteral("Invalid_cfg_from_Peer_1001.xml"))));
+        QVERIFY(QFile::link(Victim(QStringLiteral("existing")),
+                            Path(QStringLiteral("Invalid_cfg_from_Peer_1000.xml"))));
+        QVERIFY(QFile::link(Victim(QStringLiteral("created")),
+                            Path(QStringLiteral("Invalid_cfg_from_Peer_1001.xml"))));
         OpenCfgXml cfg(FileName(), QStringLiteral("App"), ICfg::VIEW_Machine);
         cfg.OpenDocument(true);
         cfg.MergeCfgFromStringAndApp("<Cfg><Machine>", QStringLiteral("Peer"));
@@ -268,9 +274,10 @@ private slots:
         OpenCfgXml cfg(FileName(), QStringLiteral("App"), ICfg::VIEW_Machine);
         QElapsedTimer timer;
         timer.start();
-        QCOMPARE(OpenError(cfg), QStringLiteral("Parse error in file ") + FileName() +
-                                     QStringLiteral(": not a regular file at line 0 in column 0. And no valid "
-                                                    "backup file found.\n\nTALVO terminates!"));
+        QCOMPARE(OpenError(cfg),
+                 QStringLiteral("Parse error in file ") + FileName() +
+                     QStringLiteral(": not a regular file at line 0 in column 0. And no valid "
+                                    "backup file found.\n\nTALVO terminates!"));
         QVERIFY(timer.elapsed() < BOUND_MS);
     }
 
@@ -280,9 +287,10 @@ private slots:
         OpenCfgXml cfg(FileName(), QStringLiteral("App"), ICfg::VIEW_Machine);
         QElapsedTimer timer;
         timer.start();
-        QCOMPARE(OpenError(cfg), QStringLiteral("Parse error in file ") + FileName() +
-                                     QStringLiteral(": not a regular file at line 0 in column 0. And no valid "
-                                                    "backup file found.\n\nTALVO terminates!"));
+        QCOMPARE(OpenError(cfg),
+                 QStringLiteral("Parse error in file ") + FileName() +
+                     QStringLiteral(": not a regular file at line 0 in column 0. And no valid "
+                                    "backup file found.\n\nTALVO terminates!"));
         QVERIFY(timer.elapsed() < BOUND_MS);
     }
 
@@ -304,10 +312,11 @@ private slots:
         OpenCfgXml cfg(FileName(), QStringLiteral("App"), ICfg::VIEW_Machine);
         // Cfg, System, Domain and Machine come first: the 999,997th "a" is one too many.
         const int column = head.size() + 999997 * 4;
-        QCOMPARE(OpenError(cfg), QStringLiteral("Parse error in file ") + FileName() +
-                                     QStringLiteral(": too many elements at line 1 in column %1. And no valid "
-                                                    "backup file found.\n\nTALVO terminates!")
-                                         .arg(column));
+        QCOMPARE(OpenError(cfg),
+                 QStringLiteral("Parse error in file ") + FileName() +
+                     QStringLiteral(": too many elements at line 1 in column %1. And no valid "
+                                    "backup file found.\n\nTALVO terminates!")
+                         .arg(column));
         // The file (20 MB) and its text are read; no tree of millions of nodes is built.
         QVERIFY2(PeakMemoryKilobytes() - before < 256 * 1024,
                  qPrintable(QStringLiteral("%1 kB more").arg(PeakMemoryKilobytes() - before)));
@@ -318,10 +327,11 @@ private slots:
         Write(FileName(), QByteArray("<Cfg>") + QByteArray("<a>").repeated(200000) +
                               QByteArray("</a>").repeated(200000) + "</Cfg>");
         OpenCfgXml cfg(FileName(), QStringLiteral("App"), ICfg::VIEW_Machine);
-        QCOMPARE(OpenError(cfg), QStringLiteral("Parse error in file ") + FileName() +
-                                     QStringLiteral(": elements nested too deeply at line 1 in column %1. And no "
-                                                    "valid backup file found.\n\nTALVO terminates!")
-                                         .arg(5 + 1000 * 3));
+        QCOMPARE(OpenError(cfg),
+                 QStringLiteral("Parse error in file ") + FileName() +
+                     QStringLiteral(": elements nested too deeply at line 1 in column %1. And no "
+                                    "valid backup file found.\n\nTALVO terminates!")
+                         .arg(5 + 1000 * 3));
     }
 };
 

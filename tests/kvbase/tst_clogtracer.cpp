@@ -84,7 +84,8 @@ private slots:
             file.write("victim's bytes");
         }
         QVERIFY(QFile::link(victim, dir.filePath(QStringLiteral("app.log"))));
-        QVERIFY(QFile::link(dir.filePath(QStringLiteral("created")), dir.filePath(QStringLiteral("dangling.log"))));
+        QVERIFY(QFile::link(dir.filePath(QStringLiteral("created")),
+                            dir.filePath(QStringLiteral("dangling.log"))));
         CLogTracer linked(dir.filePath(QStringLiteral("app.log")));
         linked.Write(QStringLiteral("a/b"), 1, QStringLiteral("lost"));
         CLogTracer dangling(dir.filePath(QStringLiteral("dangling.log")));

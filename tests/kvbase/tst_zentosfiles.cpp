@@ -28,7 +28,9 @@ struct Entry
 
 Entry EntryOf(const QString& path)
 {
-    struct stat info{};
+    struct stat info
+    {
+    };
     Entry entry;
     if (::lstat(QFile::encodeName(path).constData(), &info) != 0)
         return entry;
@@ -127,10 +129,11 @@ private slots:
         QVERIFY2(m_dir->isValid(), qPrintable(m_dir->errorString()));
         QVERIFY(QDir(m_dir->path()).mkdir(QStringLiteral("victim")));
         m_warnings.clear();
-        ErrorHandler::Instance().SetMessagePresenter([this](ErrorHandler::MessageKind kind, const QString& text) {
-            if (kind == ErrorHandler::MSG_Warning)
-                m_warnings.append(text);
-        });
+        ErrorHandler::Instance().SetMessagePresenter(
+            [this](ErrorHandler::MessageKind kind, const QString& text) {
+                if (kind == ErrorHandler::MSG_Warning)
+                    m_warnings.append(text);
+            });
     }
 
     void cleanup()
@@ -235,7 +238,8 @@ private slots:
         if (::geteuid() != 0)
             QSKIP("a file of another account needs the administrator to make it");
         QVERIFY(Write(Path(QStringLiteral("foreign.log")), "theirs\n"));
-        QCOMPARE(::chown(QFile::encodeName(Path(QStringLiteral("foreign.log"))).constData(), 65534, 65534), 0);
+        QCOMPARE(::chown(QFile::encodeName(Path(QStringLiteral("foreign.log"))).constData(), 65534, 65534),
+                 0);
         QVERIFY(!ZentOS::Get().OpenForAppend(file, Path(QStringLiteral("foreign.log"))));
         QCOMPARE(Read(Path(QStringLiteral("foreign.log"))), QByteArray("theirs\n"));
     }
@@ -246,7 +250,8 @@ private slots:
     {
         QByteArray bytes = "stale";
         ZentOS& os = ZentOS::Get();
-        QCOMPARE(os.ReadRegularFile(Path(QStringLiteral("missing")), 100, bytes), ZentOS::ReadResult::Missing);
+        QCOMPARE(os.ReadRegularFile(Path(QStringLiteral("missing")), 100, bytes),
+                 ZentOS::ReadResult::Missing);
         QCOMPARE(bytes, QByteArray());
         QVERIFY(Write(Path(QStringLiteral("ten")), "0123456789"));
         QCOMPARE(os.ReadRegularFile(Path(QStringLiteral("ten")), 10, bytes), ZentOS::ReadResult::Read);
@@ -254,9 +259,11 @@ private slots:
         QCOMPARE(os.ReadRegularFile(Path(QStringLiteral("ten")), 9, bytes), ZentOS::ReadResult::TooLarge);
         QCOMPARE(bytes, QByteArray());
         QVERIFY(QFile::link(QStringLiteral("/dev/zero"), Path(QStringLiteral("zero"))));
-        QCOMPARE(os.ReadRegularFile(Path(QStringLiteral("zero")), 100, bytes), ZentOS::ReadResult::NotRegular);
+        QCOMPARE(os.ReadRegularFile(Path(QStringLiteral("zero")), 100, bytes),
+                 ZentOS::ReadResult::NotRegular);
         QCOMPARE(::mkfifo(QFile::encodeName(Path(QStringLiteral("pipe"))).constData(), 0600), 0);
-        QCOMPARE(os.ReadRegularFile(Path(QStringLiteral("pipe")), 100, bytes), ZentOS::ReadResult::NotRegular);
+        QCOMPARE(os.ReadRegularFile(Path(QStringLiteral("pipe")), 100, bytes),
+                 ZentOS::ReadResult::NotRegular);
         QCOMPARE(os.ReadRegularFile(Path(QStringLiteral("victim")), 100, bytes), ZentOS::ReadResult::Failed);
         // A link to a regular file is read: documents may be links their owner made.
         QVERIFY(QFile::link(Path(QStringLiteral("ten")), Path(QStringLiteral("linked"))));
@@ -320,9 +327,12 @@ private slots:
     {
         QTest::addColumn<QString>("squat");
         QTest::addColumn<QString>("why");
-        QTest::newRow("open_to_everybody") << QStringLiteral("mode") << QStringLiteral("is open to other users (mode 0777)");
-        QTest::newRow("link_to_another_folder") << QStringLiteral("link") << QStringLiteral("is not a folder");
-        QTest::newRow("another_users_folder") << QStringLiteral("owner") << QStringLiteral("belongs to user 65534");
+        QTest::newRow("open_to_everybody")
+            << QStringLiteral("mode") << QStringLiteral("is open to other users (mode 0777)");
+        QTest::newRow("link_to_another_folder")
+            << QStringLiteral("link") << QStringLiteral("is not a folder");
+        QTest::newRow("another_users_folder")
+            << QStringLiteral("owner") << QStringLiteral("belongs to user 65534");
     }
 
     // Another user made the fallback folder first (services, cron and su have
@@ -342,10 +352,12 @@ private slots:
             QVERIFY(QFile::link(squatted, own));
         else
             QVERIFY(QDir().mkdir(own));
-        QCOMPARE(::chmod(QFile::encodeName(squatted).constData(), squat == QLatin1String("mode") ? 0777 : 0700), 0);
+        QCOMPARE(
+            ::chmod(QFile::encodeName(squatted).constData(), squat == QLatin1String("mode") ? 0777 : 0700),
+            0);
         const QString name = QStringLiteral("SquattedApp");
-        const QString squatterLock = squatted + QStringLiteral("/zent-SquattedApp-") + QString::number(::getuid()) +
-                                     QStringLiteral(".lock");
+        const QString squatterLock = squatted + QStringLiteral("/zent-SquattedApp-") +
+                                     QString::number(::getuid()) + QStringLiteral(".lock");
         QVERIFY(Write(squatterLock, QByteArray()));
         QFile held(squatterLock);
         QVERIFY(held.open(QIODevice::ReadOnly));
@@ -359,9 +371,10 @@ private slots:
         const Entry entry = EntryOf(runtime);
         QVERIFY(entry.directory && !entry.link);
         QCOMPARE(entry.mode, 0700);
-        QCOMPARE(problem, QStringLiteral("The runtime folder %1 %2; this instance's lock and socket are in %3, "
-                                         "where other instances do not look for them")
-                              .arg(own, why, runtime));
+        QCOMPARE(problem,
+                 QStringLiteral("The runtime folder %1 %2; this instance's lock and socket are in %3, "
+                                "where other instances do not look for them")
+                     .arg(own, why, runtime));
         // The same folder for the process's whole life.
         QCOMPARE(ZentOS::Get().GetRuntimeDir(), runtime);
 
@@ -398,8 +411,8 @@ private slots:
         ScopedVariable temp("TMPDIR", &tmp);
         const QString runtime = ZentOS::Get().GetRuntimeDir();
         QCOMPARE(runtime, OwnRuntimeDir());
-        const QString lockFile =
-            runtime + QStringLiteral("/zent-LinkedApp-") + QString::number(::getuid()) + QStringLiteral(".lock");
+        const QString lockFile = runtime + QStringLiteral("/zent-LinkedApp-") + QString::number(::getuid()) +
+                                 QStringLiteral(".lock");
         QVERIFY(QFile::link(Path(QStringLiteral("victim/created")), lockFile));
         QCOMPARE(ZentOS::Get().CreateNamedLock(QStringLiteral("LinkedApp")), nullptr);
         QVERIFY(!EntryOf(Path(QStringLiteral("victim/created"))).exists);
@@ -418,9 +431,9 @@ private slots:
     void pluginNamesWithAFolderNeverComeFromTheWorkingDirectory()
     {
         QFETCH(QString, name);
-        for (const QString& planted : {QStringLiteral("sub/Evil.dll"), QStringLiteral("sub/libEvil.so"),
-                                       QStringLiteral("sub/Evil.so"), QStringLiteral("Evil.dll"),
-                                       QStringLiteral("libEvil.so"), QStringLiteral("Evil.so")})
+        for (const QString& planted :
+             {QStringLiteral("sub/Evil.dll"), QStringLiteral("sub/libEvil.so"), QStringLiteral("sub/Evil.so"),
+              QStringLiteral("Evil.dll"), QStringLiteral("libEvil.so"), QStringLiteral("Evil.so")})
             QVERIFY(Plant(planted));
         ScopedCurrent current(m_dir->path());
         ZentOS& os = ZentOS::Get();
@@ -453,8 +466,9 @@ private slots:
         const QString path = QCoreApplication::applicationDirPath() + QLatin1Char('/') + program;
         if (!QFile::exists(path))
             QSKIP("the program is not built");
-        for (const QString& planted : {QStringLiteral("libsqlite3.so.0"), QStringLiteral("libKVBase.so.1"),
-                                       QStringLiteral("libZentAppStartUp.so.1"), QStringLiteral("libQt5Core.so.5")})
+        for (const QString& planted :
+             {QStringLiteral("libsqlite3.so.0"), QStringLiteral("libKVBase.so.1"),
+              QStringLiteral("libZentAppStartUp.so.1"), QStringLiteral("libQt5Core.so.5")})
             QVERIFY(Plant(planted));
         QProcess process;
         process.setWorkingDirectory(m_dir->path());

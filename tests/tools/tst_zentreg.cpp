@@ -5,8 +5,8 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QFileInfo>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QTextCodec>
 #include <QtTest>
@@ -343,9 +343,11 @@ private slots:
     {
         // 1.4 MB of hex data in 20,000 continued lines; joining them anew for
         // each line took seconds.
-        QByteArray content = "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\Big]\r\n\"b\"=hex:00";
+        QByteArray content =
+            "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\Big]\r\n\"b\"=hex:00";
         for (int i = 0; i < 20000; ++i)
-            content += ",\\\r\n  " + QByteArray("01,02,03,04,05,06,07,08,09,0a,0b,0c,0d,0e,0f,10,11,12,13,14,15,16,17");
+            content += ",\\\r\n  " +
+                       QByteArray("01,02,03,04,05,06,07,08,09,0a,0b,0c,0d,0e,0f,10,11,12,13,14,15,16,17");
         content += "\r\n";
         QVERIFY(content.size() > 1400000);
         RegFile file;
@@ -380,8 +382,8 @@ private slots:
 
     void exportReplacesALinkInsteadOfWritingThroughIt()
     {
-        QCOMPARE(Zentreg({QStringLiteral("import"), WriteTemp(QStringLiteral("in.reg"),
-                                                              "REGEDIT4\r\n\r\n[HKEY_CURRENT_USER\\L]\r\n"
+        QCOMPARE(Zentreg({QStringLiteral("import"),
+                          WriteTemp(QStringLiteral("in.reg"), "REGEDIT4\r\n\r\n[HKEY_CURRENT_USER\\L]\r\n"
                                                               "\"v\"=\"1\"\r\n")})
                      .exitCode,
                  0);

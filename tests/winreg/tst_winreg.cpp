@@ -14,8 +14,8 @@
 
 #include <memory>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -599,8 +599,9 @@ private slots:
                                                               QFileDevice::ExeOther));
         m_registry->useDirectory(m_registry->filePath(QStringLiteral("machine/registry")));
         const mode_t umask = ::umask(0);
-        const QString made = RunHelper({QStringLiteral("--machine"), QStringLiteral("set"),
-                                        QStringLiteral("Shared"), QStringLiteral("v"), QStringLiteral("root")});
+        const QString made =
+            RunHelper({QStringLiteral("--machine"), QStringLiteral("set"), QStringLiteral("Shared"),
+                       QStringLiteral("v"), QStringLiteral("root")});
         ::umask(umask);
         QCOMPARE(made, QStringLiteral("result 0"));
         QCOMPARE(Mode(m_registry->filePath(QStringLiteral("machine"))), 0755);
@@ -637,7 +638,8 @@ private slots:
             QSKIP("setpriv is not installed");
         QProcess process;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("ZENT_REGISTRY_DIR"), m_registry->filePath(QStringLiteral("redirected")));
+        environment.insert(QStringLiteral("ZENT_REGISTRY_DIR"),
+                           m_registry->filePath(QStringLiteral("redirected")));
         environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_registry->filePath(QStringLiteral("config")));
         process.setProcessEnvironment(environment);
         process.start(setpriv, {QStringLiteral("--ruid=65534"), Helper(), QStringLiteral("set"),
@@ -645,13 +647,16 @@ private slots:
         QVERIFY(process.waitForFinished(30000));
         QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()).trimmed(), QStringLiteral("result 0"));
         QVERIFY(!QFileInfo::exists(m_registry->filePath(QStringLiteral("redirected"))));
-        QVERIFY(QFileInfo::exists(m_registry->filePath(QStringLiteral("config/zent/registry/HKEY_CURRENT_USER.db"))));
+        QVERIFY(QFileInfo::exists(
+            m_registry->filePath(QStringLiteral("config/zent/registry/HKEY_CURRENT_USER.db"))));
     }
 
 private:
     static int Mode(const QString& path)
     {
-        struct stat info{};
+        struct stat info
+        {
+        };
         return ::lstat(QFile::encodeName(path).constData(), &info) == 0 ? int(info.st_mode & 07777) : -1;
     }
 };

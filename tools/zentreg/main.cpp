@@ -9,8 +9,8 @@
 
 #include <QCoreApplication>
 #include <QFile>
-#include <QTemporaryFile>
 #include <QStringList>
+#include <QTemporaryFile>
 #include <QTextStream>
 
 #include <cerrno>
