@@ -55,7 +55,6 @@ const QString FALSE_TEXT = QStringLiteral("false");
 const char* const USER_TEMPLATE = "<?xml version = '1.0'?><Cfg version='2.2'><User/></Cfg>";
 const char* const EXPORT_TEMPLATE = "<?xml version = '1.0'?><Cfg version='2.2'><Export/></Cfg>";
 const char* const SIDE_SKELETON = "<?xml version = '1.0'?><Cfg version='2.2'></Cfg>";
-const qint64 MAX_FILE_SIZE = CfgXmlFile::MAX_FILE_SIZE;
 
 std::atomic<bool> s_timeStampsEnabled{true};
 // Counts changes of the user partitions, which every document's User view
