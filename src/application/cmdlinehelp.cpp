@@ -118,9 +118,10 @@ bool CmdLineHelp::Display(int argc, char** argv)
 
     const QString fileName = HelpFileName(argc, argv);
     const QByteArray bytes = text.toLatin1();
-    QFile file(fileName);
+    QFile file;
     bool written = false;
-    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+    // Made afresh: a link planted under the name is replaced, never written through.
+    if (ZentOS::Create().ReplaceWithNewFile(file, fileName, 0644)) {
         // Flushed for the viewer; the file is closed only after the request returned.
         written = file.write(bytes) == bytes.size() && file.flush();
     }

@@ -5,6 +5,7 @@
 #include "configuration/cfgifdlldescriptor.h"
 #include "configuration/cfgregistry.h"
 #include "configuration/cfgxml.h"
+#include "configuration/cfgxml_p.h"
 #include "configuration/dlldescriptor.h"
 #include "configuration/idllinstance.h"
 #include "configuration/savecomponentif.h"
@@ -347,12 +348,14 @@ void CfgCenter::RetrieveOfFile(QString& key, QString& type, bool throwOnError)
         if (throwOnError)
             Throw(message, operation, line);
     };
-    QFile file(QStringLiteral("cfgarg.xml"));
-    if (!file.open(QIODevice::ReadOnly))
+    const QString fileName = QStringLiteral("cfgarg.xml");
+    QString problem;
+    const QByteArray bytes = CfgXmlFile::ReadFile(fileName, &problem);
+    if (!QFile::exists(fileName) || problem == QLatin1String("cannot be read"))
         return fail(QStringLiteral("File cfgarg.xml not found."), __LINE__);
     QDomDocument document;
-    if (!document.setContent(&file)) {
-        file.close();
+    // Too large, not a regular file, too deep or too many elements: not well formed either.
+    if (!problem.isEmpty() || !CfgXmlFile::Parse(document, bytes, nullptr, nullptr, nullptr)) {
         return fail(QStringLiteral("Not able to set document cfgarg. Maybe it is not well formed."),
                     __LINE__);
     }
@@ -596,16 +599,14 @@ void CfgCenter::Copy(ICfg* from, ICfg* to)
 void CfgCenter::CopyFrom(const char* fileName, const char* fileKey, const char* cfgKey, ICfg::View view)
 {
     const QString file = QString::fromLocal8Bit(fileName);
-    QFile input(file);
     QString error;
     int line = 0;
     int column = 0;
-    bool parsed = false;
-    if (input.open(QIODevice::ReadOnly))
-        parsed = QDomDocument().setContent(&input, &error, &line, &column);
-    else
-        error = input.errorString();
-    input.close();
+    const QByteArray bytes = CfgXmlFile::ReadFile(file, &error);
+    if (!QFile::exists(file))
+        error = QStringLiteral("No such file or directory");
+    QDomDocument document;
+    const bool parsed = error.isEmpty() && CfgXmlFile::Parse(document, bytes, &error, &line, &column);
     if (!parsed) {
         _Q_Trace(QStringLiteral("Parse error in file %1: %2 at line %3 in column %4. ")
                      .arg(file, error)
@@ -629,8 +630,8 @@ void CfgCenter::CopyTo(const char* fileName, const char* cfgKey, const char* fil
     const std::unique_ptr<ICfg> source(CreateCfg(QString::fromLocal8Bit(cfgKey), view));
     const QString file = QString::fromLocal8Bit(fileName);
     if (!QFile::exists(file)) {
-        QFile output(file);
-        if (output.open(QIODevice::WriteOnly))
+        QFile output;
+        if (ZentOS::Get().CreateNewFile(output, file))
             output.write(CfgXml::s_sEmptyFile.toUtf8());
     }
     auto target = std::make_unique<CfgXml>(file, QString::fromLocal8Bit(fileKey), view);

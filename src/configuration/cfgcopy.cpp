@@ -4,6 +4,8 @@
 #include "configuration/cfgcommand_p.h"
 #include "configuration/icfg.h"
 
+#include "kvbase/zentos.h"
+
 #include <QFile>
 #include <memory>
 
@@ -22,10 +24,11 @@ void CreateMissingDestinationFile(const QString& type)
 {
     // The prefix is stripped whatever the type; for a type without a file
     // ("Registry") the rest names a stray empty document, as it always has.
-    QFile file(type.mid(TYPE_PREFIX_LENGTH));
-    if (file.fileName().isEmpty() || file.exists())
+    const QString fileName = type.mid(TYPE_PREFIX_LENGTH);
+    if (fileName.isEmpty() || QFile::exists(fileName))
         return;
-    if (file.open(QIODevice::WriteOnly | QIODevice::Text))
+    QFile file;
+    if (ZentOS::Get().CreateNewFile(file, fileName))
         file.write(EMPTY_DESTINATION);
 }
 

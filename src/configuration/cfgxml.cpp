@@ -57,8 +57,6 @@ const QString FALSE_TEXT = QStringLiteral("false");
 const char* const USER_TEMPLATE = "<?xml version = '1.0'?><Cfg version='2.2'><User/></Cfg>";
 const char* const EXPORT_TEMPLATE = "<?xml version = '1.0'?><Cfg version='2.2'><Export/></Cfg>";
 const char* const SIDE_SKELETON = "<?xml version = '1.0'?><Cfg version='2.2'></Cfg>";
-const qint64 MAX_FILE_SIZE = qint64(256) * 1024 * 1024;
-const int MAX_NESTING = 1000;
 
 std::atomic<bool> s_timeStampsEnabled{true};
 // Counts stampings and clones through the public statics, which may touch a
@@ -262,54 +260,10 @@ struct ParseResult
     int column = 0;
 };
 
-// Nesting that deep only comes from damaged or hostile files, and the DOM
-// handles it with recursion. The stream reader walks the bytes without
-// building anything.
-ParseResult CheckNesting(const QByteArray& bytes)
-{
-    ParseResult result;
-    QXmlStreamReader reader(bytes);
-    int depth = 0;
-    while (!reader.atEnd()) {
-        const QXmlStreamReader::TokenType token = reader.readNext();
-        if (token == QXmlStreamReader::StartElement && ++depth > MAX_NESTING) {
-            result.message = QStringLiteral("elements nested too deeply");
-            result.line = int(reader.lineNumber());
-            result.column = int(reader.columnNumber());
-            return result;
-        }
-        if (token == QXmlStreamReader::EndElement)
-            --depth;
-        // Configuration documents need no entities; declared ones can expand
-        // into arbitrarily deep or large content.
-        if (token == QXmlStreamReader::DTD &&
-            (!reader.entityDeclarations().isEmpty() || reader.text().contains(QLatin1String("<!ENTITY")))) {
-            result.message = QStringLiteral("entity declarations are not allowed");
-            result.line = int(reader.lineNumber());
-            result.column = int(reader.columnNumber());
-            return result;
-        }
-    }
-    result.ok = true;
-    return result;
-}
-
 ParseResult Parse(QDomDocument& document, const QByteArray& bytes)
 {
     ParseResult result;
-    if (bytes.size() > MAX_FILE_SIZE) {
-        result.message = QStringLiteral("file too large");
-        return result;
-    }
-    // The DOM builds and frees its tree recursively, so depth is checked
-    // before it sees the bytes; the exact check runs only where the quick
-    // scan cannot vouch for the document.
-    if (!CfgXmlFile::IsShallow(bytes, MAX_NESTING)) {
-        const ParseResult nesting = CheckNesting(bytes);
-        if (!nesting.ok)
-            return nesting;
-    }
-    result.ok = document.setContent(bytes, &result.message, &result.line, &result.column);
+    result.ok = CfgXmlFile::Parse(document, bytes, &result.message, &result.line, &result.column);
     return result;
 }
 
@@ -1153,9 +1107,11 @@ void CfgXml::HandleMissingFile()
 
 QByteArray CfgXml::ReadOrCreateFile()
 {
-    QFile file(m_sFileName);
-    if (!file.open(QIODevice::ReadOnly)) {
-        if (!file.open(QIODevice::WriteOnly)) {
+    QFile file;
+    const bool existed = QFile::exists(m_sFileName);
+    if (!existed) {
+        // Made afresh, so that a link planted in its place is not followed.
+        if (!ZentOS::Get().CreateNewFile(file, m_sFileName)) {
             m_pData->Reset();
             throw KVException(QStringLiteral("Can neither open nor create the file ") + m_sFileName +
                                   QStringLiteral("."),
@@ -1164,23 +1120,28 @@ QByteArray CfgXml::ReadOrCreateFile()
         file.write(s_sEmptyFile.toUtf8());
         ZentOS::Get().SyncFile(file);
         file.close();
-        if (!file.open(QIODevice::ReadOnly)) {
-            m_pData->Reset();
-            throw KVException(QStringLiteral("Cannot open the file ") + m_sFileName + QStringLiteral("."),
-                              SOURCE_FILE, CLASS_NAME, QStringLiteral("OpenDocument"), __LINE__);
-        }
     }
-    if (file.size() > MAX_FILE_SIZE)
-        return QByteArray(); // reported as a parse error
-    return file.readAll();
+    QString problem;
+    const QByteArray bytes = CfgXmlFile::ReadFile(m_sFileName, &problem);
+    if (problem == QLatin1String("cannot be read")) {
+        m_pData->Reset();
+        // An existing file that cannot be read is not overwritten with the template.
+        throw KVException((existed ? QStringLiteral("Can neither open nor create the file ")
+                                   : QStringLiteral("Cannot open the file ")) +
+                              m_sFileName + QStringLiteral("."),
+                          SOURCE_FILE, CLASS_NAME, QStringLiteral("OpenDocument"), __LINE__);
+    }
+    return bytes; // too large or not a regular file: empty, reported as a parse error
 }
 
 // Returns false when the document was opened through the backup instead.
 bool CfgXml::ParseMainFile(const QByteArray& bytes, bool restoreAllowed)
 {
-    const ParseResult result = bytes.isEmpty() && QFileInfo(m_sFileName).size() > MAX_FILE_SIZE
-                                   ? ParseResult{false, QStringLiteral("file too large"), 0, 0}
-                                   : Parse(*m_pData->document, bytes);
+    QString unreadable;
+    if (bytes.isEmpty())
+        CfgXmlFile::ReadFile(m_sFileName, &unreadable);
+    const ParseResult result =
+        !unreadable.isEmpty() ? ParseResult{false, unreadable, 0, 0} : Parse(*m_pData->document, bytes);
     if (result.ok)
         return true;
     m_pData->Reset();
@@ -1250,16 +1211,17 @@ void CfgXml::GraftSideView(const QString& viewName, const QString& fileName, con
 QDomElement CfgXml::ReadSideView(const QString& fileName, const QString& viewName, const char* emptyTemplate)
 {
     QDomDocument side;
-    QFile file(fileName);
-    if (!file.exists()) {
+    QString problem;
+    QByteArray bytes = CfgXmlFile::ReadFile(fileName, &problem);
+    if (!QFile::exists(fileName)) {
         side.setContent(QByteArray(emptyTemplate));
-    } else if (!file.open(QIODevice::ReadOnly)) {
+    } else if (problem == QLatin1String("cannot be read")) {
         ErrorHandler::Instance().Message(QStringLiteral("Cannot open the file ") + fileName,
                                          ErrorHandler::MSG_Error, QStringLiteral("OpenDocument"), CLASS_NAME);
         side.setContent(QByteArray(emptyTemplate));
     } else {
-        const QByteArray bytes = file.size() > MAX_FILE_SIZE ? QByteArray("<") : file.readAll();
-        file.close();
+        if (!problem.isEmpty())
+            bytes = "<"; // too large or not a regular file: reported as a parse error
         const ParseResult result = Parse(side, bytes);
         if (!result.ok) {
             ErrorHandler::Instance().Message(
@@ -1268,9 +1230,7 @@ QDomElement CfgXml::ReadSideView(const QString& fileName, const QString& viewNam
                 ErrorHandler::MSG_Error, QStringLiteral("OpenDocument"), CLASS_NAME);
             const bool restored =
                 CfgXmlFile::HasUsableBackup(fileName) && CfgXmlFile::RestoreFromBackup(fileName);
-            QFile restoredFile(fileName);
-            if (!restored || !restoredFile.open(QIODevice::ReadOnly) ||
-                !Parse(side, restoredFile.readAll()).ok)
+            if (!restored || !Parse(side, CfgXmlFile::ReadFile(fileName, nullptr)).ok)
                 side.setContent(QByteArray(emptyTemplate));
         }
     }
@@ -1569,12 +1529,11 @@ void CfgXml::MergeCfgFromStringAndApp(const QByteArray& bytes, const QString& ap
     const ParseResult result = Parse(*incoming, bytes);
     if (!result.ok) {
         const QString directory = QFileInfo(m_sFileName).absolutePath();
-        QString name;
-        for (qint64 number = ZentOS::Get().GetTime(); name.isEmpty() || QFile::exists(name); ++number)
-            name = directory + QStringLiteral("/Invalid_cfg_from_") + appKey + QLatin1Char('_') +
-                   QString::number(number) + QStringLiteral(".xml");
-        QFile diagnosis(name);
-        if (diagnosis.open(QIODevice::WriteOnly)) {
+        QFile diagnosis;
+        const QString name = CfgXmlFile::CreateNumberedFile(
+            diagnosis, directory + QStringLiteral("/Invalid_cfg_from_") + appKey + QLatin1Char('_'),
+            QStringLiteral(".xml"), ZentOS::Get().GetTime());
+        if (diagnosis.isOpen()) {
             diagnosis.write(bytes);
             diagnosis.write("<ErrorInfo>");
             diagnosis.write(QStringLiteral(" <LineNumber>%1</LineNumber>").arg(result.line).toUtf8());

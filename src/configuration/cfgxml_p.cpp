@@ -7,7 +7,9 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QThread>
+#include <QXmlStreamReader>
 
+#include <cerrno>
 #include <cstring>
 
 // ---------------------------------------------------------------- DomLookup
@@ -248,22 +250,36 @@ void RemoveIfPresent(const QString& fileName)
         TraceFileProblem(QStringLiteral("Cannot remove ") + fileName, file);
 }
 
-void CreateEmptyIfMissing(const QString& fileName)
+void TraceSystemProblem(const QString& what)
 {
-    QFile file(fileName);
-    if (file.exists())
-        return;
-    if (!file.open(QIODevice::WriteOnly))
-        TraceFileProblem(QStringLiteral("Cannot create ") + fileName, file);
+    const int error = errno;
+    _Q_Trace(what + QStringLiteral(": ") + qt_error_string(error), SOURCE_FILE, __LINE__);
 }
 
-bool WriteSynced(QFile& file, const QByteArray& bytes)
+// An entry of that name, also a link whose target is missing.
+bool EntryExists(const QString& fileName)
+{
+    const QFileInfo info(fileName);
+    return info.exists() || info.isSymLink();
+}
+
+void CreateEmptyIfMissing(const QString& fileName)
+{
+    if (EntryExists(fileName))
+        return;
+    QFile file;
+    if (!ZentOS::Get().CreateNewFile(file, fileName))
+        TraceSystemProblem(QStringLiteral("Cannot create ") + fileName);
+}
+
+bool WriteSynced(QFile& file, const QString& fileName, const QByteArray& bytes)
 {
     const bool written = file.write(bytes) == bytes.size() && file.flush();
     const bool synced = ZentOS::Get().SyncFile(file);
-    file.close();
     if (!written)
-        TraceFileProblem(QStringLiteral("Cannot write ") + file.fileName(), file);
+        _Q_Trace(QStringLiteral("Cannot write ") + fileName + QStringLiteral(": ") + file.errorString(),
+                 SOURCE_FILE, __LINE__);
+    file.close();
     return written && synced;
 }
 
@@ -288,10 +304,15 @@ CfgXmlFile::WriteResult CfgXmlFile::WriteRotated(const QString& fileName, const 
     const QString bakTemp = fileName + QStringLiteral(".bak.temp");
 
     QThread::yieldCurrentThread();
-    QFile tempFile(temp);
-    if (!tempFile.open(QIODevice::WriteOnly | QIODevice::Truncate))
+    // Made afresh: an F.temp left there, or a link planted in its place, is
+    // replaced, never written through.
+    QFile tempFile;
+    if (!ZentOS::Get().ReplaceWithNewFile(tempFile, temp))
         return WriteResult::TempNotOpened;
-    const bool complete = WriteSynced(tempFile, bytes);
+    // A save changes the document, not who owns it or who may read it.
+    if (!ZentOS::Get().KeepModeAndOwner(tempFile, fileName))
+        TraceSystemProblem(QStringLiteral("Cannot keep the mode and owner of ") + fileName);
+    const bool complete = WriteSynced(tempFile, temp, bytes);
     QThread::yieldCurrentThread();
     if (!complete) {
         // F stays as it was; a partial F.temp is never renamed into place.
@@ -338,13 +359,15 @@ bool CfgXmlFile::HasUsableBackup(const QString& fileName)
 
 bool CfgXmlFile::RestoreFromBackup(const QString& fileName)
 {
-    QFile bakFile(fileName + QStringLiteral(".bak"));
-    if (!bakFile.open(QIODevice::ReadOnly)) {
-        TraceFileProblem(QStringLiteral("No backup to restore for ") + fileName, bakFile);
+    const QString bak = fileName + QStringLiteral(".bak");
+    QString problem;
+    const QByteArray bytes = ReadFile(bak, &problem);
+    if (!problem.isEmpty() || !QFileInfo::exists(bak)) {
+        _Q_Trace(QStringLiteral("No backup to restore for ") + fileName + QStringLiteral(": ") +
+                     (problem.isEmpty() ? QStringLiteral("missing") : problem),
+                 SOURCE_FILE, __LINE__);
         return false;
     }
-    const QByteArray bytes = bakFile.readAll();
-    bakFile.close();
     if (bytes.isEmpty()) {
         _Q_Trace(QStringLiteral("The backup of ") + fileName +
                      QStringLiteral(" is empty and was not restored"),
@@ -353,14 +376,116 @@ bool CfgXmlFile::RestoreFromBackup(const QString& fileName)
     }
     if (QFile::exists(fileName) && !Rename(fileName, CorruptName(fileName)))
         return false;
-    QFile file(fileName);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        TraceFileProblem(QStringLiteral("Cannot restore ") + fileName, file);
+    // Whatever still has the name (a link to a missing file) is replaced, never written through.
+    QFile file;
+    if (!ZentOS::Get().ReplaceWithNewFile(file, fileName)) {
+        TraceSystemProblem(QStringLiteral("Cannot restore ") + fileName);
         return false;
     }
-    const bool restored = WriteSynced(file, bytes);
+    if (!ZentOS::Get().KeepModeAndOwner(file, bak))
+        TraceSystemProblem(QStringLiteral("Cannot keep the mode and owner of ") + bak);
+    const bool restored = WriteSynced(file, fileName, bytes);
     ZentOS::Get().SyncDirectory(DirectoryOf(fileName));
     return restored;
+}
+
+namespace {
+
+struct GuardProblem
+{
+    QString message;
+    int line = 0;
+    int column = 0;
+};
+
+// The DOM builds and frees its tree recursively and keeps every node at
+// hundreds of bytes; the stream reader walks the bytes without building anything.
+bool CheckGuards(const QByteArray& bytes, GuardProblem& problem)
+{
+    QXmlStreamReader reader(bytes);
+    int depth = 0;
+    int elements = 0;
+    const auto fail = [&](const char* message) {
+        problem.message = QString::fromLatin1(message);
+        problem.line = int(reader.lineNumber());
+        problem.column = int(reader.columnNumber());
+        return false;
+    };
+    while (!reader.atEnd()) {
+        const QXmlStreamReader::TokenType token = reader.readNext();
+        if (token == QXmlStreamReader::StartElement) {
+            if (++depth > CfgXmlFile::MAX_NESTING)
+                return fail("elements nested too deeply");
+            if (++elements > CfgXmlFile::MAX_ELEMENTS)
+                return fail("too many elements");
+        }
+        if (token == QXmlStreamReader::EndElement)
+            --depth;
+        // Configuration documents need no entities; declared ones can expand
+        // into arbitrarily deep or large content.
+        if (token == QXmlStreamReader::DTD &&
+            (!reader.entityDeclarations().isEmpty() || reader.text().contains(QLatin1String("<!ENTITY"))))
+            return fail("entity declarations are not allowed");
+    }
+    return true;
+}
+
+} // namespace
+
+bool CfgXmlFile::Parse(QDomDocument& document, const QByteArray& bytes, QString* message, int* line,
+                       int* column)
+{
+    GuardProblem problem;
+    if (bytes.size() > MAX_FILE_SIZE) {
+        problem.message = QStringLiteral("file too large");
+    } else if ((IsShallow(bytes, MAX_NESTING) && bytes.count('<') <= MAX_ELEMENTS) ||
+               CheckGuards(bytes, problem)) {
+        // The exact check runs only where the quick scans cannot vouch for the document.
+        return document.setContent(bytes, message, line, column);
+    }
+    if (message)
+        *message = problem.message;
+    if (line)
+        *line = problem.line;
+    if (column)
+        *column = problem.column;
+    return false;
+}
+
+QByteArray CfgXmlFile::ReadFile(const QString& fileName, QString* problem)
+{
+    QByteArray bytes;
+    QString text;
+    switch (ZentOS::Get().ReadRegularFile(fileName, MAX_FILE_SIZE, bytes)) {
+    case ZentOS::ReadResult::Read:
+    case ZentOS::ReadResult::Missing:
+        break;
+    case ZentOS::ReadResult::TooLarge:
+        text = QStringLiteral("file too large");
+        break;
+    case ZentOS::ReadResult::NotRegular:
+        text = QStringLiteral("not a regular file");
+        break;
+    case ZentOS::ReadResult::Failed:
+        text = QStringLiteral("cannot be read");
+        break;
+    }
+    if (problem)
+        *problem = text;
+    return bytes;
+}
+
+QString CfgXmlFile::CreateNumberedFile(QFile& file, const QString& prefix, const QString& suffix,
+                                       qint64 first)
+{
+    QString name;
+    for (qint64 number = first;; ++number) {
+        name = prefix + QString::number(number) + suffix;
+        if (EntryExists(name))
+            continue;
+        if (ZentOS::Get().CreateNewFile(file, name) || !EntryExists(name))
+            return name; // made, or failed for another reason than a taken name
+    }
 }
 
 namespace {

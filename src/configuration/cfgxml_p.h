@@ -4,6 +4,7 @@
 #include <QByteArray>
 #include <QDomDocument>
 #include <QDomElement>
+#include <QFile>
 #include <QHash>
 #include <QString>
 #include <memory>
@@ -230,6 +231,30 @@ bool RestoreFromBackup(const QString& fileName);
 
 /// True when fileName + ".bak" exists and is not empty.
 bool HasUsableBackup(const QString& fileName);
+
+/// Documents larger than this are refused before they are read.
+constexpr qint64 MAX_FILE_SIZE = qint64(256) * 1024 * 1024;
+
+/// Deeper nesting only comes from damaged or hostile files.
+constexpr int MAX_NESTING = 1000;
+/// More elements than this would take gigabytes as a tree (hundreds of bytes each).
+constexpr int MAX_ELEMENTS = 1000000;
+
+/// Parses `bytes` into `document` with the guards every configuration
+/// document gets, whichever code reads it: size, nesting depth, number of
+/// elements, no entity declarations. On failure the message, line and column.
+bool Parse(QDomDocument& document, const QByteArray& bytes, QString* message, int* line, int* column);
+
+/// Reads a configuration file: a regular file of at most MAX_FILE_SIZE bytes.
+/// Empty `problem` when read; otherwise what keeps it from being read
+/// ("file too large", "not a regular file", "cannot be read"). A missing
+/// file reads as empty.
+QByteArray ReadFile(const QString& fileName, QString* problem);
+
+/// Creates a new file `prefix` + number + `suffix` for writing, counting up
+/// from `first` past every name already taken (links included); returns the
+/// name, and `file` is open on it unless it could not be made.
+QString CreateNumberedFile(QFile& file, const QString& prefix, const QString& suffix, qint64 first);
 
 /// True when `bytes` certainly nest elements no deeper than `limit`. A quick
 /// scan of plain UTF-8 documents without a document type; false for anything

@@ -1,5 +1,7 @@
 #include "kvbase/clogtracer.h"
 
+#include "kvbase/zentos.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QStandardPaths>
@@ -18,7 +20,10 @@ QString CLogTracer::GetFileName() const
 {
     if (!m_sFileName.isEmpty())
         return m_sFileName;
-    const QString module = GetModuleName();
+    QString module = GetModuleName();
+    // The module is a configuration key, which may hold separators ("App/../x"):
+    // the log stays a file in the log folder whatever it holds.
+    module.replace(QLatin1Char('/'), QLatin1Char('_')).replace(QLatin1Char('\\'), QLatin1Char('_'));
     return DefaultDirectory() + QLatin1Char('/') + (module.isEmpty() ? QStringLiteral("zent") : module) +
            QStringLiteral(".log");
 }
@@ -29,11 +34,10 @@ void CLogTracer::Write(const QString& sourceFile, int line, const QString& text)
     QMutexLocker lock(&m_fileMutex);
     if (!m_file.isOpen()) {
         const QString name = GetFileName();
-        QDir().mkpath(QFileInfo(name).absolutePath());
-        m_file.setFileName(name);
+        ZentOS::Get().CreateDirectories(QFileInfo(name).absolutePath(), 0700);
         // A log that cannot be written must not take the application down;
-        // the trace still reaches Qt's logging.
-        if (!m_file.open(QIODevice::WriteOnly | QIODevice::Append))
+        // the trace still reaches Qt's logging. Never appended through a link.
+        if (!ZentOS::Get().OpenForAppend(m_file, name))
             return;
     }
     m_file.write(bytes);

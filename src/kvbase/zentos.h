@@ -10,6 +10,7 @@
 
 #include <string>
 
+class QFile;
 class QFileDevice;
 class QWidget;
 
@@ -171,6 +172,47 @@ public:
     virtual bool SyncFile(QFileDevice& file);
     /// Flushes a folder's entries (renames, creations) to the storage device.
     virtual bool SyncDirectory(const QString& path);
+
+    // Files on a shared machine: nothing is created or written through a link
+    // that another user planted, and nothing is read that is not a plain file.
+    // Modes are the Unix permission bits (0600); they are set exactly, whatever the umask.
+    enum class ReadResult
+    {
+        Read,
+        Missing,
+        NotRegular,
+        TooLarge,
+        Failed
+    };
+    /// Creates `fileName` afresh and opens `file` on it for writing. Fails
+    /// when anything has that name already, a link included.
+    virtual bool CreateNewFile(QFile& file, const QString& fileName, int mode = 0600);
+    /// Removes whatever has the name `fileName` (a link itself, never its
+    /// target), then creates it afresh as CreateNewFile does.
+    virtual bool ReplaceWithNewFile(QFile& file, const QString& fileName, int mode = 0600);
+    /// Opens `fileName` for appending; made with `mode` when missing. Only a
+    /// regular file of this process's user is appended to, never through a link.
+    virtual bool OpenForAppend(QFile& file, const QString& fileName, int mode = 0600);
+    /// Renames `from` to `to`, replacing what has the name `to` (a link
+    /// itself, never its target).
+    virtual bool ReplaceFile(const QString& from, const QString& to);
+    /// Reads the regular file `fileName` (links followed) when it holds at most `maxSize` bytes.
+    virtual ReadResult ReadRegularFile(const QString& fileName, qint64 maxSize, QByteArray& bytes) const;
+    /// Gives the newly made, open `file` the mode and owner of the regular
+    /// file `model`, so that replacing a file keeps them. True when kept or
+    /// when `model` is no regular file (nothing to keep).
+    virtual bool KeepModeAndOwner(QFileDevice& file, const QString& model);
+    /// Makes the folder `path` and its missing parents; folders made here get
+    /// exactly `mode`.
+    virtual bool CreateDirectories(const QString& path, int mode);
+    /// The folder of this user's runtime files (locks, sockets), private to
+    /// the user: the session's runtime folder, else one made for the user in
+    /// the temporary folder and checked to be the user's own. Empty when no
+    /// safe folder can be had; `problem` then or after a fallback says why.
+    virtual QString GetRuntimeDir(QString* problem = nullptr) const;
+    /// An environment variable that moves files: like GetEnvironmentVar, but
+    /// nullptr in a process that runs with privileges its caller lacks (set-user-id).
+    virtual const char* GetTrustedEnvironmentVar(const char* name) const;
 };
 
 #endif

@@ -3,6 +3,8 @@
 // local sockets for single instances, timerfd for changes of the clock.
 #include "kvbase/zentos.h"
 
+#include "kvbase/errorhandler.h"
+
 #include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDateTime>
@@ -11,6 +13,7 @@
 #include <QFile>
 #include <QFileDevice>
 #include <QFileInfo>
+#include <QHash>
 #include <QLocalSocket>
 #include <QProcess>
 #include <QStandardPaths>
@@ -25,8 +28,10 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <limits>
+#include <mutex>
 #include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/timerfd.h>
 #include <sys/wait.h>
@@ -66,9 +71,17 @@ QStringList LibraryCandidates(const QString& fileName)
     QStringList candidates;
     const QString appDir = QCoreApplication::instance() ? QCoreApplication::applicationDirPath() : QString();
     for (const QString& name : qAsConst(names)) {
-        if (!appDir.isEmpty() && QFileInfo(name).isRelative())
+        if (QFileInfo(name).isAbsolute()) {
+            candidates << name;
+            continue;
+        }
+        if (!appDir.isEmpty())
             candidates << appDir + QLatin1Char('/') + name;
-        candidates << name; // the loader's own search path
+        // A bare name goes to the loader's search path. The loader takes a
+        // name with a folder in it ("sub/x.so", "./x.so") from the working
+        // directory, where anybody may have put it: never.
+        if (!name.contains(QLatin1Char('/')))
+            candidates << name;
     }
     return candidates;
 }
@@ -162,6 +175,11 @@ const char* ZentOS::GetEnvironmentVar(const char* name) const
     return name ? std::getenv(name) : nullptr;
 }
 
+const char* ZentOS::GetTrustedEnvironmentVar(const char* name) const
+{
+    return name ? ::secure_getenv(name) : nullptr;
+}
+
 std::wstring ZentOS::GetSystemDir() const
 {
     return std::wstring(L"/usr/bin");
@@ -179,7 +197,7 @@ QString ZentOS::GetProductDir() const
 {
     // An installed product keeps its data in <prefix>/share/zent beside bin/;
     // ZENT_PRODUCT_DIR overrides it (relocated installs, tests).
-    if (const char* dir = GetEnvironmentVar("ZENT_PRODUCT_DIR"))
+    if (const char* dir = GetTrustedEnvironmentVar("ZENT_PRODUCT_DIR"))
         return QFile::decodeName(dir);
     if (!QCoreApplication::instance())
         return QString();
@@ -366,6 +384,22 @@ struct NamedLockHandle
     int fd;
 };
 
+// A fallback runtime folder is worth one warning per process, not one per lock or socket.
+QString RuntimeDirWarningOnce()
+{
+    static std::mutex s_mutex;
+    static QString s_warned;
+    QString problem;
+    const QString dir = ZentOS::Get().GetRuntimeDir(&problem);
+    std::lock_guard<std::mutex> lock(s_mutex);
+    if (!problem.isEmpty() && problem != s_warned) {
+        s_warned = problem;
+        ErrorHandler::Instance().Message(problem, ErrorHandler::MSG_Warning, QStringLiteral("GetRuntimeDir"),
+                                         QStringLiteral("ZentOS"));
+    }
+    return dir;
+}
+
 QString InstanceFileBase(const QString& name)
 {
     QString token = QString::fromLatin1(QUrl::toPercentEncoding(name));
@@ -374,15 +408,16 @@ QString InstanceFileBase(const QString& name)
         token =
             QStringLiteral("h") +
             QString::fromLatin1(QCryptographicHash::hash(name.toUtf8(), QCryptographicHash::Sha1).toHex());
-    QString dir = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+    const QString dir = RuntimeDirWarningOnce();
     if (dir.isEmpty())
-        dir = QDir::tempPath();
+        return QString(); // nowhere safe: no lock and no socket
     return dir + QStringLiteral("/zent-") + token + QLatin1Char('-') + QString::number(::getuid());
 }
 
 QByteArray LockFileName(const QString& name)
 {
-    return QFile::encodeName(InstanceFileBase(name) + QStringLiteral(".lock"));
+    const QString base = InstanceFileBase(name);
+    return base.isEmpty() ? QByteArray() : QFile::encodeName(base + QStringLiteral(".lock"));
 }
 
 int FlockRetryingOnSignal(int fd, int operation)
@@ -407,7 +442,7 @@ bool ArmClockChangeTimer(int fd)
 
 bool ZentOS::NamedLockExists(const QString& name) const
 {
-    const int fd = ::open(LockFileName(name).constData(), O_RDONLY | O_CLOEXEC);
+    const int fd = ::open(LockFileName(name).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0)
         return false; // never made, so never held
     // Holders keep a shared lock; an exclusive try fails exactly while one
@@ -422,9 +457,17 @@ void* ZentOS::CreateNamedLock(const QString& name)
 {
     // The file is never removed: a holder would keep a lock on a file nobody
     // else can open any more, and a new start would not see it.
-    const int fd = ::open(LockFileName(name).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const int fd =
+        ::open(LockFileName(name).constData(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
     if (fd < 0)
         return nullptr;
+    struct stat info
+    {
+    };
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_uid != ::geteuid()) {
+        ::close(fd);
+        return nullptr;
+    }
     // Blocking is brief: only a probe of NamedLockExists holds the lock exclusively.
     if (FlockRetryingOnSignal(fd, LOCK_SH) != 0) {
         ::close(fd);
@@ -468,7 +511,8 @@ unsigned int ZentOS::RegisterMessage(const QString& name)
 
 QString ZentOS::GetMessageChannel(const QString& name) const
 {
-    return InstanceFileBase(name) + QStringLiteral(".sock");
+    const QString base = InstanceFileBase(name);
+    return base.isEmpty() ? QString() : base + QStringLiteral(".sock");
 }
 
 long ZentOS::BroadcastMessage(const QString& name, unsigned int message)
@@ -543,4 +587,256 @@ void ZentOS::CloseClockChangeNotifier(int descriptor)
 QString ZentOS::GetTimeZoneFile() const
 {
     return QStringLiteral("/etc/localtime");
+}
+
+// ---------------------------------------------------------------- files on a shared machine
+
+namespace {
+
+QByteArray Native(const QString& path)
+{
+    return QFile::encodeName(path);
+}
+
+// Qt keeps a file's name only when it opened the file by that name. So the
+// file made (or checked) through `fd` is opened again by name, without
+// truncation, and kept only when it is the very same file: a link swapped in
+// meanwhile is found out before anything is written.
+bool OpenSameFileByName(QFile& file, const QString& fileName, int fd, QIODevice::OpenMode mode)
+{
+    struct stat made
+    {
+    };
+    const bool known = ::fstat(fd, &made) == 0;
+    file.setFileName(fileName);
+    const bool opened = known && file.open(mode | QIODevice::ExistingOnly);
+    ::close(fd);
+    if (!opened)
+        return false;
+    struct stat now
+    {
+    };
+    if (::fstat(file.handle(), &now) != 0 || now.st_dev != made.st_dev || now.st_ino != made.st_ino) {
+        file.close();
+        errno = EEXIST;
+        return false;
+    }
+    return true;
+}
+
+// Why `path` is no private folder of this user; empty when it is one.
+QString PrivateDirProblem(const QByteArray& path)
+{
+    struct stat info
+    {
+    };
+    if (::lstat(path.constData(), &info) != 0)
+        return QStringLiteral("cannot be examined: ") + QString::fromLocal8Bit(std::strerror(errno));
+    if (!S_ISDIR(info.st_mode))
+        return QStringLiteral("is not a folder");
+    if (info.st_uid != ::geteuid())
+        return QStringLiteral("belongs to user %1").arg(info.st_uid);
+    if ((info.st_mode & 077) != 0)
+        return QStringLiteral("is open to other users (mode %1)")
+            .arg(info.st_mode & 07777, 4, 8, QLatin1Char('0'));
+    return QString();
+}
+
+QString TempBase()
+{
+    QString dir = QDir::tempPath();
+    while (dir.size() > 1 && dir.endsWith(QLatin1Char('/')))
+        dir.chop(1);
+    return dir;
+}
+
+} // namespace
+
+bool ZentOS::CreateNewFile(QFile& file, const QString& fileName, int mode)
+{
+    // O_EXCL with O_CREAT never follows a link, not even a dangling one.
+    const int fd = ::open(Native(fileName).constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                          static_cast<mode_t>(mode));
+    if (fd < 0)
+        return false;
+    ::fchmod(fd, static_cast<mode_t>(mode)); // the umask must not decide who reads it
+    // Read and write: Qt truncates a file opened for writing only.
+    return OpenSameFileByName(file, fileName, fd, QIODevice::ReadWrite);
+}
+
+bool ZentOS::ReplaceWithNewFile(QFile& file, const QString& fileName, int mode)
+{
+    // Somebody may plant a link again between the removal and the creation;
+    // the creation then fails instead of following it.
+    if (::unlink(Native(fileName).constData()) != 0 && errno != ENOENT)
+        return false;
+    return CreateNewFile(file, fileName, mode);
+}
+
+bool ZentOS::OpenForAppend(QFile& file, const QString& fileName, int mode)
+{
+    const int fd = ::open(Native(fileName).constData(),
+                          O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                          static_cast<mode_t>(mode));
+    if (fd < 0)
+        return false;
+    struct stat info
+    {
+    };
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_uid != ::geteuid()) {
+        ::close(fd);
+        errno = EPERM;
+        return false;
+    }
+    return OpenSameFileByName(file, fileName, fd, QIODevice::WriteOnly | QIODevice::Append);
+}
+
+bool ZentOS::ReplaceFile(const QString& from, const QString& to)
+{
+    return ::rename(Native(from).constData(), Native(to).constData()) == 0;
+}
+
+ZentOS::ReadResult ZentOS::ReadRegularFile(const QString& fileName, qint64 maxSize, QByteArray& bytes) const
+{
+    bytes.clear();
+    // Non-blocking, so that a pipe put in the file's place cannot hold the open.
+    const int fd = ::open(Native(fileName).constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0)
+        return errno == ENOENT ? ReadResult::Missing : ReadResult::Failed;
+    struct stat info
+    {
+    };
+    ReadResult result = ReadResult::Read;
+    if (::fstat(fd, &info) != 0)
+        result = ReadResult::Failed;
+    else if (S_ISDIR(info.st_mode))
+        result = ReadResult::Failed; // a folder cannot be opened as a file
+    else if (!S_ISREG(info.st_mode))
+        result = ReadResult::NotRegular;
+    else if (info.st_size > maxSize)
+        result = ReadResult::TooLarge;
+    if (result != ReadResult::Read) {
+        ::close(fd);
+        return result;
+    }
+    bytes.resize(static_cast<int>(info.st_size));
+    qint64 total = 0;
+    // The file may grow while it is read; one byte beyond the cap tells.
+    for (;;) {
+        if (total == bytes.size()) {
+            if (total > maxSize) {
+                result = ReadResult::TooLarge;
+                break;
+            }
+            bytes.resize(static_cast<int>(qMin<qint64>(maxSize + 1, qMax<qint64>(total * 2, total + 4096))));
+        }
+        const ssize_t got = ::read(fd, bytes.data() + total, static_cast<size_t>(bytes.size() - total));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0) {
+            result = ReadResult::Failed;
+            break;
+        }
+        if (got == 0)
+            break;
+        total += got;
+    }
+    ::close(fd);
+    if (result != ReadResult::Read) {
+        bytes.clear();
+        return result;
+    }
+    bytes.resize(static_cast<int>(total));
+    return ReadResult::Read;
+}
+
+bool ZentOS::KeepModeAndOwner(QFileDevice& file, const QString& model)
+{
+    struct stat info
+    {
+    };
+    if (::lstat(Native(model).constData(), &info) != 0 || !S_ISREG(info.st_mode))
+        return true;
+    const int fd = file.handle();
+    if (fd < 0)
+        return false;
+    // The owner first: changing it clears set-user-id bits, which the mode then puts back.
+    bool kept = true;
+    struct stat own
+    {
+    };
+    if (::fstat(fd, &own) == 0 && (own.st_uid != info.st_uid || own.st_gid != info.st_gid) &&
+        ::fchown(fd, info.st_uid, info.st_gid) != 0) {
+        // Only the administrator gives files away; a member of the group keeps at least the group.
+        kept = ::fchown(fd, static_cast<uid_t>(-1), info.st_gid) == 0 && own.st_uid == info.st_uid;
+    }
+    return ::fchmod(fd, info.st_mode & 07777) == 0 && kept;
+}
+
+bool ZentOS::CreateDirectories(const QString& path, int mode)
+{
+    const QString clean = QDir::cleanPath(QDir(path).absolutePath());
+    struct stat info
+    {
+    };
+    if (::stat(Native(clean).constData(), &info) == 0)
+        return S_ISDIR(info.st_mode);
+    const QString parent = QFileInfo(clean).path();
+    if (parent != clean && !CreateDirectories(parent, mode))
+        return false;
+    if (::mkdir(Native(clean).constData(), static_cast<mode_t>(mode)) != 0)
+        return errno == EEXIST && ::stat(Native(clean).constData(), &info) == 0 && S_ISDIR(info.st_mode);
+    // mkdir applies the umask; the folder's mode must not depend on it. No
+    // link can stand where mkdir just made a folder, but the folder is
+    // opened without following one all the same.
+    const int fd = ::open(Native(clean).constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool set = ::fchmod(fd, static_cast<mode_t>(mode)) == 0;
+    ::close(fd);
+    return set;
+}
+
+QString ZentOS::GetRuntimeDir(QString* problem) const
+{
+    QString why;
+    if (const char* runtime = GetTrustedEnvironmentVar("XDG_RUNTIME_DIR")) {
+        const QString dir = QFile::decodeName(runtime);
+        if (!dir.isEmpty() && QDir::isAbsolutePath(dir)) {
+            const QString dirProblem = PrivateDirProblem(Native(dir));
+            if (dirProblem.isEmpty())
+                return dir;
+            why = QStringLiteral("The runtime folder %1 %2").arg(dir, dirProblem);
+        }
+    }
+    // Without a session's runtime folder (services, cron, su): one of this
+    // user's own in the temporary folder, which other users must not have made first.
+    const QString own = TempBase() + QStringLiteral("/zent-runtime-") + QString::number(::geteuid());
+    ::mkdir(Native(own).constData(), 0700);
+    const QString ownProblem = PrivateDirProblem(Native(own));
+    if (ownProblem.isEmpty()) {
+        if (problem)
+            *problem = why;
+        return own;
+    }
+    // Taken by somebody else: a fresh folder keeps this process's files
+    // private; other instances cannot find them there, so the warning.
+    static std::mutex s_mutex;
+    static QHash<QString, QString> s_fresh;
+    std::lock_guard<std::mutex> lock(s_mutex);
+    QString fresh = s_fresh.value(own);
+    if (fresh.isEmpty()) {
+        QByteArray pattern = Native(own + QStringLiteral("-XXXXXX"));
+        if (::mkdtemp(pattern.data()))
+            fresh = QFile::decodeName(pattern);
+        s_fresh.insert(own, fresh);
+    }
+    if (problem) {
+        *problem = QStringLiteral("The runtime folder %1 %2; this instance's lock and socket are in %3, "
+                                  "where other instances do not look for them")
+                       .arg(own, ownProblem, fresh.isEmpty() ? QStringLiteral("no folder") : fresh);
+        if (!why.isEmpty())
+            *problem = why + QStringLiteral(". ") + *problem;
+    }
+    return fresh;
 }

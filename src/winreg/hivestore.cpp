@@ -1,7 +1,10 @@
 #include "winreg/hivestore_p.h"
 
+#include "kvbase/zentos.h"
+
 #include <QDateTime>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 
 #include <sqlite3.h>
@@ -176,7 +179,9 @@ QString HiveStore::HivePath(HKEY predefined)
         fileName = QStringLiteral("HKEY_LOCAL_MACHINE.db");
     else
         return QString();
-    QString dir = qEnvironmentVariable("ZENT_REGISTRY_DIR");
+    // Not from the environment of a set-user-id caller: it could move the machine hive.
+    const char* moved = ZentOS::Get().GetTrustedEnvironmentVar("ZENT_REGISTRY_DIR");
+    QString dir = moved ? QFile::decodeName(moved) : QString();
     if (dir.isEmpty())
         dir = DefaultDirectory(predefined);
     return QDir(dir).filePath(fileName);
@@ -209,8 +214,17 @@ HiveStore::~HiveStore()
 
 LONG HiveStore::Open(bool ownerOnly)
 {
-    QDir().mkpath(QFileInfo(m_sPath).absolutePath());
+    // The machine hive's folder is everybody's to read and the administrator's
+    // to write, whatever the umask; a user's hive folder is the user's alone.
+    ZentOS::Get().CreateDirectories(QFileInfo(m_sPath).absolutePath(), ownerOnly ? 0700 : 0755);
     const bool isNew = !QFileInfo::exists(m_sPath);
+    if (isNew) {
+        // Made here, not by SQLite, so that it has its final mode from the
+        // start and no link is followed; SQLite takes an empty file for a
+        // new database and gives its log and index files the same mode.
+        QFile made;
+        ZentOS::Get().CreateNewFile(made, m_sPath, ownerOnly ? 0600 : 0644);
+    }
     const QByteArray file = QFile::encodeName(m_sPath);
     int rc = sqlite3_open_v2(file.constData(), &m_pDb, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     if (rc != SQLITE_OK) {
@@ -228,10 +242,11 @@ LONG HiveStore::Open(bool ownerOnly)
     sqlite3_busy_timeout(m_pDb, 10000);
     if (m_bReadOnly)
         return ERROR_SUCCESS;
-    // The user's hive is as private as HKEY_CURRENT_USER is on Windows; SQLite gives
-    // its log and index files the permissions of the database file.
-    if (isNew && ownerOnly)
-        QFile::setPermissions(m_sPath, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    // The log and index files stay when the last writer closes: a reader who
+    // may not write the folder (every user, for the machine hive) cannot make
+    // them, and without them could read only while a writer holds the hive.
+    int persist = 1;
+    sqlite3_file_control(m_pDb, "main", SQLITE_FCNTL_PERSIST_WAL, &persist);
     // WAL: a commit is in the log file before the call returns, so a killed
     // process loses nothing it was told was written; NORMAL syncs at
     // checkpoints, which keeps the database consistent after a power loss.

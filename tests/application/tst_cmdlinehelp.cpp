@@ -68,6 +68,7 @@ private slots:
     void displayFailingToShowGoesToStandardError();
     void displayKeepsProgramName();
     void copyAndAssignmentCopyProgramName();
+    void displayReplacesAPlantedLinkInsteadOfWritingThroughIt();
 
 private:
     QString HelpFileOf(const QByteArray& program) const { return QFile::decodeName(program + ".txt"); }
@@ -454,6 +455,24 @@ void TestCmdLineHelp::copyAndAssignmentCopyProgramName()
     TestableCmdLineHelp assigned;
     assigned = original;
     QCOMPARE(assigned.ProgName(), QString("first"));
+}
+
+// Another user planted the help file's name as a link to a file of the user's.
+void TestCmdLineHelp::displayReplacesAPlantedLinkInsteadOfWritingThroughIt()
+{
+    const QByteArray program = m_env->Program("prog");
+    const QString victim = QFile::decodeName(m_env->Program("victim"));
+    {
+        QFile file(victim);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("victim's bytes");
+    }
+    QVERIFY(QFile::link(victim, HelpFileOf(program)));
+    CmdLineHelp help;
+    QCOMPARE(Display(help, {program, "/h"}), true);
+    QCOMPARE(RecordingOS::ReadFile(victim), QByteArray("victim's bytes"));
+    QVERIFY(!QFileInfo(HelpFileOf(program)).isSymLink());
+    QCOMPARE(RecordingOS::ReadFile(HelpFileOf(program)), ExpectedHelpText().toLatin1());
 }
 
 QTEST_GUILESS_MAIN(TestCmdLineHelp)

@@ -17,6 +17,7 @@
 #include <QTest>
 
 #include <memory>
+#include <sys/file.h>
 #include <unistd.h>
 
 namespace {
@@ -146,6 +147,7 @@ private slots:
     void peerOfAnotherUserIsRecognised();
     void tearDownTracesAKVExceptionAndSkipsTheRest();
     void tearDownTracesAStandardException();
+    void aSquattedRuntimeFolderLeavesTheApplicationTheSingleInstance();
 
 private:
     bool WriteCfg(const QString& machine);
@@ -442,6 +444,69 @@ void TestZentApplicationInstance::tearDownTracesAStandardException()
                                        "ZentApplication::~ZentApplication: plug-in failure\n")),
         qPrintable(errors));
     QCOMPARE(instance.PluginEvents(), EVENTS_UP_TO_THE_END);
+}
+
+// Without a session's runtime folder (services, cron, su) another user made
+// the per-user fallback folder first, holds the lock of the application's
+// name in it and listens on its socket for the bring-to-front number.
+void TestZentApplicationInstance::aSquattedRuntimeFolderLeavesTheApplicationTheSingleInstance()
+{
+    QVERIFY(WriteCfg(QStringLiteral("<Once>true</Once>") + PLUGIN_ENTRY));
+    const QString temp = m_dir->filePath(QStringLiteral("tmp"));
+    const QString squatted = temp + QStringLiteral("/zent-runtime-") + QString::number(::geteuid());
+    QVERIFY(QDir().mkpath(squatted));
+    QVERIFY(QFile::setPermissions(squatted, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                QFileDevice::ExeOwner | QFileDevice::ReadGroup |
+                                                QFileDevice::WriteGroup | QFileDevice::ExeGroup |
+                                                QFileDevice::ReadOther | QFileDevice::WriteOther |
+                                                QFileDevice::ExeOther));
+    const QString base = squatted + QStringLiteral("/zent-") + APP_KEY + QLatin1Char('-') +
+                         QString::number(::getuid());
+    QVERIFY(WriteFile(base + QStringLiteral(".lock"), QByteArray()));
+    QFile squatterLock(base + QStringLiteral(".lock"));
+    QVERIFY(squatterLock.open(QIODevice::ReadOnly));
+    QCOMPARE(::flock(squatterLock.handle(), LOCK_SH), 0);
+    QLocalServer squatter;
+    QVERIFY(squatter.listen(base + QStringLiteral(".sock")));
+    // The same straight in the temporary folder, where instance files once
+    // went when Qt's own runtime folder was another user's.
+    const QString user = QString::fromLocal8Bit(qgetenv("USER").isEmpty() ? "root" : qgetenv("USER"));
+    QVERIFY(QDir().mkpath(temp + QStringLiteral("/runtime-") + user));
+    if (::geteuid() == 0)
+        QCOMPARE(::chown(QFile::encodeName(temp + QStringLiteral("/runtime-") + user).constData(), 65534, 65534),
+                 0);
+    const QString tempBase = temp + QStringLiteral("/zent-") + APP_KEY + QLatin1Char('-') + QString::number(::getuid());
+    QVERIFY(WriteFile(tempBase + QStringLiteral(".lock"), QByteArray()));
+    QFile tempLock(tempBase + QStringLiteral(".lock"));
+    QVERIFY(tempLock.open(QIODevice::ReadOnly));
+    QCOMPARE(::flock(tempLock.handle(), LOCK_SH), 0);
+    QLocalServer tempSquatter;
+    QVERIFY(tempSquatter.listen(tempBase + QStringLiteral(".sock")));
+
+    Instance instance(m_dir->path(), QStringLiteral("instance"));
+    instance.SetEnvironment(QStringLiteral("XDG_RUNTIME_DIR"), QString());
+    instance.SetEnvironment(QStringLiteral("TMPDIR"), temp);
+    // The application's log lands here, warning included.
+    instance.SetEnvironment(QStringLiteral("XDG_DATA_HOME"), m_dir->filePath(QStringLiteral("data")));
+    instance.Start(APP_KEY, {QStringLiteral("--window")});
+    QVERIFY2(instance.WaitForLine(QStringLiteral("window-shown")), qPrintable(instance.Errors()));
+    QCOMPARE(instance.PluginEvents(),
+             QStringLiteral("StartupPlugin create InstanceApp\\AdditionalDlls\\Plugin\\Config\n"
+                            "StartupPlugin execute"));
+    QVERIFY(!squatter.hasPendingConnections());
+    QVERIFY(!tempSquatter.hasPendingConnections());
+    QVERIFY(instance.Quit());
+    QCOMPARE(instance.ExitCode(), 0);
+    QFile log(m_dir->filePath(QStringLiteral("data/Velkor-Amsel/log/InstanceApp.log")));
+    QVERIFY(log.open(QIODevice::ReadOnly));
+    const QString logged = QString::fromUtf8(log.readAll());
+    QVERIFY2(logged.contains(QStringLiteral("\tInstanceApp\tZentOS\t0\tWarning: ZentOS::GetRuntimeDir: The runtime "
+                                            "folder ") +
+                             squatted +
+                             QStringLiteral(" is open to other users (mode 0777); this instance's lock and "
+                                            "socket are in ") +
+                             squatted + QLatin1Char('-')),
+             qPrintable(logged));
 }
 
 QTEST_GUILESS_MAIN(TestZentApplicationInstance)

@@ -706,6 +706,15 @@ void TestCfgCenterCreate::cfgargFailuresAreThrown_data()
     QTest::newRow("empty_type") << QByteArray("<args><cfgarg key=\"App\" type=\"\"/></args>")
                                 << QStringLiteral("In the element cfgarg no attribute type specified.")
                                 << QStringLiteral("CfgCenter");
+    // Hostile files: too deep for the recursive tree, too many elements for memory.
+    QTest::newRow("nested_200000_deep")
+        << QByteArray("<a>").repeated(200000) + QByteArray("</a>").repeated(200000)
+        << QStringLiteral("Not able to set document cfgarg. Maybe it is not well formed.")
+        << QStringLiteral("RetrieveOfFile");
+    QTest::newRow("five_million_empty_elements")
+        << QByteArray("<args>") + QByteArray("<a/>").repeated(5000000) + QByteArray("</args>")
+        << QStringLiteral("Not able to set document cfgarg. Maybe it is not well formed.")
+        << QStringLiteral("RetrieveOfFile");
 }
 
 void TestCfgCenterCreate::cfgargFailuresAreThrown()

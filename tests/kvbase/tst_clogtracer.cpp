@@ -1,6 +1,7 @@
 #include "kvbase/clogtracer.h"
 #include "kvbase/errorhandler.h"
 
+#include <QTemporaryDir>
 #include <QtTest>
 
 class tst_CLogTracer : public QObject
@@ -63,6 +64,36 @@ private slots:
         tracer.SetModuleName(QStringLiteral("DemoApp"));
         QCOMPARE(tracer.GetFileName(), CLogTracer::DefaultDirectory() + QStringLiteral("/DemoApp.log"));
         QVERIFY(CLogTracer::DefaultDirectory().endsWith(QStringLiteral("/Velkor-Amsel/log")));
+    }
+
+    void separatorsInTheModuleNameStayInTheLogFolder()
+    {
+        CLogTracer tracer;
+        tracer.SetModuleName(QStringLiteral("../../App/x\\y"));
+        QCOMPARE(tracer.GetFileName(), CLogTracer::DefaultDirectory() + QStringLiteral("/.._.._App_x_y.log"));
+    }
+
+    void theLogIsNeverAppendedThroughALink()
+    {
+        QTemporaryDir dir;
+        QVERIFY(dir.isValid());
+        const QString victim = dir.filePath(QStringLiteral("victim"));
+        {
+            QFile file(victim);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write("victim's bytes");
+        }
+        QVERIFY(QFile::link(victim, dir.filePath(QStringLiteral("app.log"))));
+        QVERIFY(QFile::link(dir.filePath(QStringLiteral("created")),
+                            dir.filePath(QStringLiteral("dangling.log"))));
+        CLogTracer linked(dir.filePath(QStringLiteral("app.log")));
+        linked.Write(QStringLiteral("a/b"), 1, QStringLiteral("lost"));
+        CLogTracer dangling(dir.filePath(QStringLiteral("dangling.log")));
+        dangling.Write(QStringLiteral("a/b"), 1, QStringLiteral("lost"));
+        QFile file(victim);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), QByteArray("victim's bytes"));
+        QVERIFY(!QFile::exists(dir.filePath(QStringLiteral("created"))));
     }
 
     void unwritableLogIsIgnored()

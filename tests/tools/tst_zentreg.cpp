@@ -5,7 +5,9 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QTextCodec>
 #include <QtTest>
@@ -455,6 +457,67 @@ private slots:
         QCOMPARE(run.exitCode, 2);
         QCOMPARE(run.errors, QStringLiteral("usage: zentreg import FILE.reg\n"
                                             "       zentreg export [--regedit4] KEY FILE.reg"));
+    }
+
+    // ------------------------------------------------------------ hostile files
+
+    void longContinuedDataParsesInLinearTime()
+    {
+        // 1.4 MB of hex data in 20,000 continued lines; joining them anew for
+        // each line took seconds.
+        QByteArray content =
+            "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\Big]\r\n\"b\"=hex:00";
+        for (int i = 0; i < 20000; ++i)
+            content += ",\\\r\n  " +
+                       QByteArray("01,02,03,04,05,06,07,08,09,0a,0b,0c,0d,0e,0f,10,11,12,13,14,15,16,17");
+        content += "\r\n";
+        QVERIFY(content.size() > 1400000);
+        RegFile file;
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY2(file.Parse(content), qPrintable(file.ErrorText()));
+        QVERIFY2(timer.elapsed() < 5000, qPrintable(QStringLiteral("%1 ms").arg(timer.elapsed())));
+        QCOMPARE(file.Operations().size(), 2);
+        QCOMPARE(file.Operations().back().data.size(), 1 + 20000 * 23);
+    }
+
+    void importReadsOnlyRegularFiles()
+    {
+        const QString link = m_registry->filePath(QStringLiteral("zero.reg"));
+        QVERIFY(QFile::link(QStringLiteral("/dev/zero"), link));
+        const Run run = Zentreg({QStringLiteral("import"), link});
+        QCOMPARE(run.exitCode, 1);
+        QCOMPARE(run.errors, QStringLiteral("zentreg: %1: not a regular file").arg(link));
+    }
+
+    void importRefusesFilesAboveTheCap()
+    {
+        const QString big = m_registry->filePath(QStringLiteral("big.reg"));
+        QFile file(big);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QVERIFY(file.resize(RegFile::MaxFileSize + 1)); // sparse: no disk space taken
+        file.close();
+        const Run run = Zentreg({QStringLiteral("import"), big});
+        QCOMPARE(run.exitCode, 1);
+        QCOMPARE(run.errors, QStringLiteral("zentreg: %1: larger than 67108864 bytes").arg(big));
+    }
+
+    void exportReplacesALinkInsteadOfWritingThroughIt()
+    {
+        QCOMPARE(Zentreg({QStringLiteral("import"),
+                          WriteTemp(QStringLiteral("in.reg"), "REGEDIT4\r\n\r\n[HKEY_CURRENT_USER\\L]\r\n"
+                                                              "\"v\"=\"1\"\r\n")})
+                     .exitCode,
+                 0);
+        const QString victim = WriteTemp(QStringLiteral("victim"), "untouched");
+        const QString out = m_registry->filePath(QStringLiteral("out.reg"));
+        QVERIFY(QFile::link(victim, out));
+        const Run run = Zentreg({QStringLiteral("export"), QStringLiteral("HKEY_CURRENT_USER\\L"), out});
+        QCOMPARE(run.errors, QString());
+        QCOMPARE(run.exitCode, 0);
+        QCOMPARE(ReadFile(victim), QByteArray("untouched"));
+        QVERIFY(!QFileInfo(out).isSymLink());
+        QVERIFY(NormalisedText(ReadFile(out)).contains(QStringLiteral("\"v\"=\"1\"")));
     }
 };
 

@@ -1,5 +1,6 @@
 #include "common/rawregistry.h"
 #include "common/temporaryregistry.h"
+#include "kvbase/zentos.h"
 #include "winreg/winreg.h"
 
 #include <QCoreApplication>
@@ -7,11 +8,14 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QSet>
+#include <QStandardPaths>
 #include <QThread>
 #include <QtTest>
 
 #include <memory>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -577,6 +581,83 @@ private slots:
             QCOMPARE(value, DWORD(i));
         }
         RegCloseKey(key);
+    }
+
+    // An ordinary user reads the machine hive while no other process holds it,
+    // and cannot change it; the hive's folder and files are not opened to
+    // everybody by a permissive umask.
+    void anOrdinaryUserReadsTheMachineHiveAloneAndCannotWriteIt()
+    {
+        if (::geteuid() != 0)
+            QSKIP("needs root to make the machine hive and to become an ordinary user with setpriv");
+        const QString setpriv = QStandardPaths::findExecutable(QStringLiteral("setpriv"));
+        if (setpriv.isEmpty())
+            QSKIP("setpriv is not installed");
+        // The ordinary user must reach the folder: temporary folders are private.
+        QVERIFY(QFile::setPermissions(m_registry->path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                              QFileDevice::ExeOwner | QFileDevice::ReadOther |
+                                                              QFileDevice::ExeOther));
+        m_registry->useDirectory(m_registry->filePath(QStringLiteral("machine/registry")));
+        const mode_t umask = ::umask(0);
+        const QString made =
+            RunHelper({QStringLiteral("--machine"), QStringLiteral("set"), QStringLiteral("Shared"),
+                       QStringLiteral("v"), QStringLiteral("root")});
+        ::umask(umask);
+        QCOMPARE(made, QStringLiteral("result 0"));
+        QCOMPARE(Mode(m_registry->filePath(QStringLiteral("machine"))), 0755);
+        QCOMPARE(Mode(m_registry->filePath(QStringLiteral("machine/registry"))), 0755);
+        QCOMPARE(Mode(m_registry->filePath(QStringLiteral("machine/registry/HKEY_LOCAL_MACHINE.db"))), 0644);
+
+        const QStringList asNobody{QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
+                                   QStringLiteral("--clear-groups"), Helper(), QStringLiteral("--machine")};
+        const auto runAsNobody = [&](const QStringList& args) {
+            QProcess process;
+            process.start(setpriv, asNobody + args);
+            if (!process.waitForFinished(30000))
+                return QStringLiteral("helper did not finish");
+            return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
+        };
+        QCOMPARE(runAsNobody({QStringLiteral("get"), QStringLiteral("Shared"), QStringLiteral("v")}),
+                 QStringLiteral("root"));
+        QCOMPARE(runAsNobody({QStringLiteral("set"), QStringLiteral("Shared"), QStringLiteral("v"),
+                              QStringLiteral("nobody")}),
+                 QStringLiteral("result 5"));
+        QCOMPARE(RunHelper({QStringLiteral("--machine"), QStringLiteral("get"), QStringLiteral("Shared"),
+                            QStringLiteral("v")}),
+                 QStringLiteral("root"));
+    }
+
+    // A process whose real user is not its effective one (set-user-id) does
+    // not let its caller's environment move its hives.
+    void aSetUserIdProcessIgnoresTheRegistryVariable()
+    {
+        if (::geteuid() != 0)
+            QSKIP("needs root to start a process whose real user differs from its effective one");
+        const QString setpriv = QStandardPaths::findExecutable(QStringLiteral("setpriv"));
+        if (setpriv.isEmpty())
+            QSKIP("setpriv is not installed");
+        QProcess process;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("ZENT_REGISTRY_DIR"),
+                           m_registry->filePath(QStringLiteral("redirected")));
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_registry->filePath(QStringLiteral("config")));
+        process.setProcessEnvironment(environment);
+        process.start(setpriv, {QStringLiteral("--ruid=65534"), Helper(), QStringLiteral("set"),
+                                QStringLiteral("Key"), QStringLiteral("v"), QStringLiteral("text")});
+        QVERIFY(process.waitForFinished(30000));
+        QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()).trimmed(), QStringLiteral("result 0"));
+        QVERIFY(!QFileInfo::exists(m_registry->filePath(QStringLiteral("redirected"))));
+        QVERIFY(QFileInfo::exists(
+            m_registry->filePath(QStringLiteral("config/zent/registry/HKEY_CURRENT_USER.db"))));
+    }
+
+private:
+    static int Mode(const QString& path)
+    {
+        struct stat info
+        {
+        };
+        return ::lstat(QFile::encodeName(path).constData(), &info) == 0 ? int(info.st_mode & 07777) : -1;
     }
 };
 

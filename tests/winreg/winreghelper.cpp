@@ -5,6 +5,7 @@
 //   winreghelper get KEY NAME           prints the text or "error N"
 //   winreghelper deletekey KEY          prints "result N"
 //   winreghelper writes KEY COUNT       DWORD values v0, v1, ...; "written i" after each returned write
+//   winreghelper --machine ...          the same below HKEY_LOCAL_MACHINE
 
 #include "winreg/winreg.h"
 
@@ -15,6 +16,8 @@
 
 namespace {
 
+HKEY g_root = HKEY_CURRENT_USER;
+
 LPCWSTR Wide(const QString& text)
 {
     return reinterpret_cast<LPCWSTR>(text.utf16());
@@ -23,7 +26,7 @@ LPCWSTR Wide(const QString& text)
 int Set(const QString& key, const QString& name, const QString& text)
 {
     HKEY handle = nullptr;
-    LONG result = RegCreateKeyW(HKEY_CURRENT_USER, Wide(key), &handle);
+    LONG result = RegCreateKeyW(g_root, Wide(key), &handle);
     if (result == ERROR_SUCCESS) {
         result = RegSetValueExW(handle, Wide(name), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.utf16()),
                                 static_cast<DWORD>((text.size() + 1) * 2));
@@ -36,7 +39,7 @@ int Set(const QString& key, const QString& name, const QString& text)
 int Get(const QString& key, const QString& name)
 {
     HKEY handle = nullptr;
-    LONG result = RegOpenKeyExW(HKEY_CURRENT_USER, Wide(key), 0, KEY_READ, &handle);
+    LONG result = RegOpenKeyExW(g_root, Wide(key), 0, KEY_READ, &handle);
     WCHAR text[512] = {};
     DWORD size = sizeof(text) - sizeof(WCHAR);
     if (result == ERROR_SUCCESS) {
@@ -53,14 +56,14 @@ int Get(const QString& key, const QString& name)
 
 int DeleteKey(const QString& key)
 {
-    std::printf("result %d\n", static_cast<int>(RegDeleteKeyW(HKEY_CURRENT_USER, Wide(key))));
+    std::printf("result %d\n", static_cast<int>(RegDeleteKeyW(g_root, Wide(key))));
     return 0;
 }
 
 int Writes(const QString& key, int count)
 {
     HKEY handle = nullptr;
-    if (RegCreateKeyW(HKEY_CURRENT_USER, Wide(key), &handle) != ERROR_SUCCESS)
+    if (RegCreateKeyW(g_root, Wide(key), &handle) != ERROR_SUCCESS)
         return 1;
     for (int i = 0; i < count; ++i) {
         const QString name = QStringLiteral("v%1").arg(i);
@@ -79,8 +82,14 @@ int Writes(const QString& key, int count)
 
 int main(int argc, char* argv[])
 {
+    // The registry tests also run it with a real user other than its effective one.
+    QCoreApplication::setSetuidAllowed(true);
     QCoreApplication app(argc, argv);
-    const QStringList args = app.arguments().mid(1);
+    QStringList args = app.arguments().mid(1);
+    if (!args.isEmpty() && args.at(0) == QLatin1String("--machine")) {
+        g_root = HKEY_LOCAL_MACHINE;
+        args.removeFirst();
+    }
     if (args.size() == 4 && args.at(0) == QLatin1String("set"))
         return Set(args.at(1), args.at(2), args.at(3));
     if (args.size() == 3 && args.at(0) == QLatin1String("get"))

@@ -7,11 +7,15 @@
 #include "programoptions.h"
 #include "regfile.h"
 
+#include "kvbase/zentos.h"
+
 #include <QCoreApplication>
 #include <QFile>
-#include <QSaveFile>
 #include <QStringList>
+#include <QTemporaryFile>
 #include <QTextStream>
+
+#include <cerrno>
 
 namespace {
 
@@ -61,11 +65,23 @@ int Fail(const QString& text)
 
 int Import(const QString& fileName)
 {
-    QFile file(fileName);
-    if (!file.open(QIODevice::ReadOnly))
+    QByteArray content;
+    switch (ZentOS::Get().ReadRegularFile(fileName, RegFile::MaxFileSize, content)) {
+    case ZentOS::ReadResult::Read:
+        break;
+    case ZentOS::ReadResult::TooLarge:
+        return Fail(QStringLiteral("%1: larger than %2 bytes").arg(fileName).arg(RegFile::MaxFileSize));
+    case ZentOS::ReadResult::NotRegular:
+        return Fail(QStringLiteral("%1: not a regular file").arg(fileName));
+    case ZentOS::ReadResult::Missing:
+    case ZentOS::ReadResult::Failed: {
+        QFile file(fileName);
+        file.open(QIODevice::ReadOnly);
         return Fail(QStringLiteral("%1: %2").arg(fileName, file.errorString()));
+    }
+    }
     RegFile regFile;
-    if (!regFile.Parse(file.readAll()))
+    if (!regFile.Parse(content))
         return Fail(QStringLiteral("%1: line %2: %3")
                         .arg(fileName)
                         .arg(regFile.ErrorLine())
@@ -82,9 +98,16 @@ int Export(const QString& key, const QString& fileName, RegFile::Format format)
     const QByteArray content = RegFile::Export(key, format, &error);
     if (content.isEmpty())
         return Fail(error);
-    QSaveFile file(fileName);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size() || !file.commit())
+    // Written beside the destination and renamed into place: a link under
+    // the name is replaced, never written through (as a save file would).
+    QTemporaryFile file(fileName + QStringLiteral(".XXXXXX"));
+    if (!file.open() || file.write(content) != content.size() || !file.flush() ||
+        !ZentOS::Get().SyncFile(file))
         return Fail(QStringLiteral("%1: %2").arg(fileName, file.errorString()));
+    ZentOS::Get().KeepModeAndOwner(file, fileName);
+    if (!ZentOS::Get().ReplaceFile(file.fileName(), fileName))
+        return Fail(QStringLiteral("%1: %2").arg(fileName, qt_error_string(errno)));
+    file.setAutoRemove(false);
     return 0;
 }
 

@@ -302,8 +302,12 @@ bool RegFile::ParseLines(const QStringList& lines)
         if (!line.startsWith(QLatin1Char('"')) && !line.startsWith(QLatin1Char('@')))
             return Fail(number, QStringLiteral("neither a key nor a value: %1").arg(line));
         // Long hex data continues on the next line after a trailing backslash.
-        while (line.endsWith(QLatin1Char('\\')) && i + 1 < lines.size())
-            line = line.left(line.size() - 1) + lines.at(++i).trimmed();
+        // Appended in place: building a new line for each one would take
+        // quadratic time on long data.
+        while (line.endsWith(QLatin1Char('\\')) && i + 1 < lines.size()) {
+            line.chop(1);
+            line += lines.at(++i).trimmed();
+        }
         if (!ParseValueLine(line, number))
             return false;
     }

@@ -17,6 +17,9 @@
 class RegFile
 {
 public:
+    /// Imports larger than this are refused before they are read.
+    static constexpr qint64 MaxFileSize = qint64(64) * 1024 * 1024;
+
     enum Format
     {
         Version5,

@@ -1,0 +1,51 @@
+# Fails when a program or library of the build carries an empty element in its
+# RUNPATH or RPATH: the loader reads an empty element as the working directory,
+# so a library planted there would run inside the program.
+#
+#   cmake -DBUILD_DIR=<build folder> [-DREADELF=readelf] -P check-runpath.cmake
+if(NOT BUILD_DIR)
+    message(FATAL_ERROR "BUILD_DIR is not set")
+endif()
+if(NOT READELF)
+    set(READELF readelf)
+endif()
+
+file(GLOB_RECURSE candidates LIST_DIRECTORIES false "${BUILD_DIR}/*")
+set(checked 0)
+set(bad "")
+foreach(file IN LISTS candidates)
+    # The package test installs and builds into its own folder while tests
+    # run; what it makes there is checked by its own install, not here.
+    if(file MATCHES "/CMakeFiles/" OR file MATCHES "/packagetest/" OR file MATCHES "\\.(o|a|cpp|h|txt|cmake|qm|json)$")
+        continue()
+    endif()
+    if(IS_SYMLINK "${file}")
+        continue()
+    endif()
+    file(READ "${file}" magic LIMIT 4 HEX)
+    if(NOT magic STREQUAL "7f454c46")
+        continue()
+    endif()
+    execute_process(COMMAND ${READELF} -d "${file}" OUTPUT_VARIABLE dynamic ERROR_QUIET RESULT_VARIABLE rc)
+    if(NOT rc EQUAL 0)
+        list(APPEND bad "${file}: ${READELF} failed")
+        continue()
+    endif()
+    math(EXPR checked "${checked} + 1")
+    string(REGEX MATCHALL "\\((RUNPATH|RPATH)\\)[^\n]*\\[[^]\n]*\\]" entries "${dynamic}")
+    foreach(entry IN LISTS entries)
+        string(REGEX REPLACE "^.*\\[([^]]*)\\]$" "\\1" path "${entry}")
+        if(path STREQUAL "" OR path MATCHES "^:" OR path MATCHES ":$" OR path MATCHES "::")
+            list(APPEND bad "${file}: empty element in [${path}]")
+        endif()
+    endforeach()
+endforeach()
+
+if(checked EQUAL 0)
+    message(FATAL_ERROR "No program or library found under ${BUILD_DIR}")
+endif()
+if(bad)
+    string(REPLACE ";" "\n" text "${bad}")
+    message(FATAL_ERROR "Run paths with an empty element (the working directory):\n${text}")
+endif()
+message(STATUS "${checked} programs and libraries checked; no empty run path element")
