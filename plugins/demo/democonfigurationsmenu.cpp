@@ -96,10 +96,21 @@ void DemoConfigurationsMenu::UseUserPartition()
     if (m_bUserPartition)
         return;
     AppCfg().SetUserViewSubkey(LoginUser());
+    LeaveDeletedConfiguration();
     m_bUserPartition = true;
     // The window shows the partition's settings now; reading them also makes
     // the partition, a copy of the user's settings until then.
     m_readSettings();
+}
+
+// The user's element still names a deleted configuration as the last one
+// used, and choosing the user's partition makes it active again: without its
+// element, the user's own settings apply instead.
+void DemoConfigurationsMenu::LeaveDeletedConfiguration()
+{
+    ICfg& cfg = AppCfg();
+    if (cfg.UsingUserConfiguration() && Active().isEmpty())
+        cfg.SetAdditionalUserViewSubkey({});
 }
 
 bool DemoConfigurationsMenu::CheckName(const QString& name)
@@ -177,6 +188,7 @@ bool DemoConfigurationsMenu::DeleteActive()
     if (name.isEmpty())
         return false;
     AppCfg().DeleteConfigurationName(name);
+    LeaveDeletedConfiguration();
     m_readSettings();
     CfgCenter::SaveDocument();
     if (Configurations().contains(name)) {

@@ -53,6 +53,7 @@ private slots:
 
 private:
     void UseUserPartition();
+    void LeaveDeletedConfiguration();
     bool CheckName(const QString& name);
 
     std::function<void()> m_writeSettings;

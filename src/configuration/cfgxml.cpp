@@ -1356,14 +1356,18 @@ void CfgXml::SaveDocument()
 }
 
 // The rotation renames and removes the file and its ".temp", ".bak" and
-// ".bak.temp"; a folder, link or device of one of these names is never
-// moved, so the save stops before the rotation starts.
+// ".bak.temp". A folder, device or pipe of one of these names is never moved,
+// so the save stops before the rotation starts. A link in the document's own
+// place would be moved as well; links at the other three names are replaced
+// by the rotation's file operations, never followed.
 bool CfgXml::RotationFindsOnlyFiles(const QString& fileName)
 {
     for (const QString& name : {fileName, fileName + QStringLiteral(".temp"), fileName + QStringLiteral(".bak"),
                                 fileName + QStringLiteral(".bak.temp")}) {
         const QFileInfo info(name);
-        if (info.isSymLink() || (info.exists() && !info.isFile())) {
+        const bool link = info.isSymLink();
+        const bool foreign = (link && name == fileName) || (!link && info.exists() && !info.isFile());
+        if (foreign) {
             _Q_Trace(name + QStringLiteral(" is not a regular file; not saved"), __FILE__, __LINE__);
             return false;
         }
