@@ -69,7 +69,8 @@ QString RefusalText(const QString& error, const EtcdClientOptions& options)
 
 } // namespace
 
-EtcdClient::EtcdClient(const EtcdClientOptions& options) : m_options(options), m_pCurl(nullptr), m_nMember(0), m_bUnreachable(false)
+EtcdClient::EtcdClient(const EtcdClientOptions& options) : m_options(options), m_pCurl(nullptr), m_nMember(0), m_bUnreachable(false),
+      m_bOneTryPerMember(false)
 {
     InitialiseCurl();
     m_pCurl = curl_easy_init();
@@ -170,6 +171,7 @@ QJsonObject EtcdClient::Post(const char* path, const QJsonObject& body, const ch
     timer.start();
     QString lastProblem;
     bool signedInAgain = false;
+    int unreachable = 0;
     const int members = m_options.members.size();
     for (int attempt = 0;; ++attempt) {
         const qint64 left = m_options.requestTimeoutMs - timer.elapsed();
@@ -188,6 +190,8 @@ QJsonObject EtcdClient::Post(const char* path, const QJsonObject& body, const ch
                      operation, __LINE__);
             lastProblem = QString::fromUtf8(curl_easy_strerror(CURLcode(code)));
             m_nMember = (m_nMember + 1) % members;
+            if (m_bOneTryPerMember && ++unreachable >= members)
+                break;
             if ((attempt + 1) % members == 0)
                 QThread::msleep(RETRY_PAUSE_MS);
             continue;
@@ -233,8 +237,13 @@ void EtcdClient::Connect()
         Fail(QStringLiteral("No member of the configuration service is configured."), "Connect", __LINE__);
     // Every member is tried once: an unreachable service is known after the
     // connect time-out of each member.
+    m_bOneTryPerMember = true;
     const int savedTimeout = m_options.requestTimeoutMs;
     m_options.requestTimeoutMs = m_options.connectTimeoutMs * m_options.members.size();
+    const auto restore = [this, savedTimeout] {
+        m_bOneTryPerMember = false;
+        m_options.requestTimeoutMs = savedTimeout;
+    };
     try {
         if (!m_options.user.isEmpty())
             Authenticate("Connect");
@@ -243,10 +252,10 @@ void EtcdClient::Connect()
         body.insert(QStringLiteral("count_only"), true);
         Post("/v3/kv/range", body, "Connect");
     } catch (...) {
-        m_options.requestTimeoutMs = savedTimeout;
+        restore();
         throw;
     }
-    m_options.requestTimeoutMs = savedTimeout;
+    restore();
 }
 
 std::vector<EtcdKeyValue> EtcdClient::Range(const QByteArray& prefix, qint64* revision)

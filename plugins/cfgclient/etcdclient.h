@@ -113,6 +113,8 @@ private:
     int m_nMember;
     QByteArray m_token;
     bool m_bUnreachable;
+    /// While connecting, each member is tried once: a refused connection is final.
+    bool m_bOneTryPerMember;
 };
 
 #endif
