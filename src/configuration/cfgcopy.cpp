@@ -22,6 +22,9 @@ void CreateMissingDestinationFile(const QString& type)
 {
     // The prefix is stripped whatever the type; for a type without a file
     // ("Registry") the rest names a stray empty document, as it always has.
+    // A configuration service names a host, never a file.
+    if (type == QLatin1String("Server") || type.startsWith(QLatin1String("Server:")))
+        return;
     QFile file(type.mid(TYPE_PREFIX_LENGTH));
     if (file.fileName().isEmpty() || file.exists())
         return;

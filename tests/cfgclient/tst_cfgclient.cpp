@@ -3,6 +3,7 @@
 // real etcd servers started by the test, and its client configuration.
 #include "cfgclient/cfgclient.h"
 #include "cfgclient/etcdclientsettings.h"
+#include "configuration/cfgxml.h"
 #include "common/etcdserver.h"
 #include "common/kvexceptioncheck.h"
 
@@ -182,6 +183,53 @@ private slots:
             QString::fromUtf8(reader->readAllStandardOutput()).section(QLatin1String("seen "), 1).trimmed().toLongLong();
         QVERIFY2(written > 0 && seen > 0, qPrintable(writer.output));
         QVERIFY2(seen - written < 1000, qPrintable(QStringLiteral("%1 ms").arg(seen - written)));
+    }
+
+    void cfgcopyAndCfgdeleteWorkOnTheService()
+    {
+        QTemporaryDir folder;
+        QFile source(folder.filePath(QStringLiteral("Cfg.xml")));
+        QVERIFY(source.open(QIODevice::WriteOnly));
+        source.write("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Cfg version=\"2.2\"><System/><Domain/><Machine>"
+                     "<Tool><Name protected=\"true\" type=\"string\">copied</Name>"
+                     "<Count protected=\"false\" type=\"integer\">7</Count><Sub><Flag type=\"boolean\" "
+                     "protected=\"true\">true</Flag></Sub></Tool></Machine><Export/></Cfg>\n");
+        source.close();
+        const auto run = [&](const QString& program, const QStringList& arguments) {
+            QProcess process;
+            process.setProcessEnvironment(HelperEnvironment());
+            process.setWorkingDirectory(folder.path());
+            process.start(QCoreApplication::applicationDirPath() + QLatin1Char('/') + program, arguments);
+            process.waitForFinished(60000);
+            return QStringLiteral("%1 %2").arg(process.exitCode()).arg(QString::fromUtf8(process.readAllStandardError()));
+        };
+        const QString server = Document();
+        QCOMPARE(run(QStringLiteral("cfgcopy"), {QStringLiteral("*"), QStringLiteral("Xml:Cfg.xml"),
+                                                  QStringLiteral("*"), server}),
+                 QStringLiteral("0 "));
+        // No stray file for the service's "document".
+        QCOMPARE(QDir(folder.path()).entryList(QDir::Files), QStringList{QStringLiteral("Cfg.xml")});
+        const QString keys = m_etcd->Ctl({QStringLiteral("get"), QStringLiteral("--prefix"), QStringLiteral("--keys-only"),
+                                          QStringLiteral("zent/Tool/")});
+        QCOMPARE(keys.split(QLatin1Char('\n'), Qt::SkipEmptyParts),
+                 (QStringList{"zent/Tool/Machine", "zent/Tool/Machine/Count", "zent/Tool/Machine/Name",
+                              "zent/Tool/Machine/Sub", "zent/Tool/Machine/Sub/Flag"}));
+        QCOMPARE(run(QStringLiteral("cfgcopy"), {QStringLiteral("Tool"), server, QStringLiteral("Tool"),
+                                                  QStringLiteral("Xml:Back.xml")}),
+                 QStringLiteral("0 "));
+        CfgXml back(folder.filePath(QStringLiteral("Back.xml")), QStringLiteral("Tool"), ICfg::VIEW_Machine);
+        back.SuppressSideFiles(true);
+        back.OpenDocument(false);
+        QCOMPARE(back.GetString(QStringLiteral("Name"), QString()), QStringLiteral("copied"));
+        QCOMPARE(back.GetInteger(QStringLiteral("Count"), 0), 7L);
+        QCOMPARE(back.GetAttributeType(QStringLiteral("Count")), ICfg::TYPE_Integer);
+        QCOMPARE(back.IsProtected(QStringLiteral("Count")), false);
+        QCOMPARE(back.GetBoolean(QStringLiteral("Sub\\Flag"), false), true);
+        QCOMPARE(back.IsProtected(QStringLiteral("Sub\\Flag")), true);
+        QCOMPARE(run(QStringLiteral("cfgdelete"), {QStringLiteral("Tool"), server}), QStringLiteral("0 "));
+        QCOMPARE(m_etcd->Ctl({QStringLiteral("get"), QStringLiteral("--prefix"), QStringLiteral("--keys-only"),
+                              QStringLiteral("zent/Tool/")}),
+                 QString());
     }
 
     void clientConfigurationAddsMembersAndFiles()
