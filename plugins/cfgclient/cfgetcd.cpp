@@ -142,7 +142,10 @@ bool CfgEtcd::AddMissing(View view, const QStringList& path, Changes* changes) c
 void CfgEtcd::AddTree(View view, const QStringList& path, const CfgEtcdElement& element, bool keepOrder,
                       Changes* changes) const
 {
-    changes->push_back({view, path, false, CfgEtcdRecord::FromElement(element, keepOrder)});
+    CfgEtcdRecord record = CfgEtcdRecord::FromElement(element, keepOrder);
+    if (!keepOrder)
+        record.order = 0; // placed by the revision that writes it: after its new siblings
+    changes->push_back({view, path, false, record});
     for (const auto& child : element.children)
         AddTree(view, path + QStringList{child->name}, *child, true, changes);
 }
@@ -193,7 +196,7 @@ void CfgEtcd::SetValueAndType(const QString& name, const QString& value, const Q
             record.type = type;
             record.ts = Now();
         } else {
-            record = CfgEtcdRecord::FromElement(*element, true);
+            record = CfgEtcdRecord::FromElement(*element, false);
             const bool textChanged = !element->text || *element->text != value;
             if (!textChanged && element->type)
                 return; // nothing to write
@@ -264,7 +267,7 @@ void CfgEtcd::SetAttributeType(QString name, AttributeType type, View view)
         if (!element)
             return;
         const bool known = type == TYPE_String || type == TYPE_Boolean || type == TYPE_Integer;
-        record = CfgEtcdRecord::FromElement(*element, true);
+        record = CfgEtcdRecord::FromElement(*element, false);
         record.type = GetTypeAsString(known ? type : TYPE_String);
         record.ts = Advanced(element->ts);
     }
@@ -297,7 +300,7 @@ void CfgEtcd::SetProtected(QString name, bool isProtected, View view)
         const QString flag = isProtected ? TRUE_TEXT : FALSE_TEXT;
         if (element->protection == flag)
             return;
-        record = CfgEtcdRecord::FromElement(*element, true);
+        record = CfgEtcdRecord::FromElement(*element, false);
         record.protection = flag;
     }
     WriteRecord(view, path, record);

@@ -95,7 +95,7 @@ QByteArray CfgEtcdRecord::ToJson() const
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
-CfgEtcdRecord CfgEtcdRecord::FromElement(const CfgEtcdElement& element, bool keepOrder)
+CfgEtcdRecord CfgEtcdRecord::FromElement(const CfgEtcdElement& element, bool forceOrder)
 {
     CfgEtcdRecord record;
     record.text = element.text;
@@ -103,7 +103,7 @@ CfgEtcdRecord CfgEtcdRecord::FromElement(const CfgEtcdElement& element, bool kee
     record.protection = element.protection;
     record.ts = element.ts;
     record.textLast = element.textLast;
-    record.order = keepOrder ? element.order : 0;
+    record.order = forceOrder || element.explicitOrder ? element.order : 0;
     return record;
 }
 
@@ -274,6 +274,7 @@ void CfgEtcdDocument::ApplyPut(ICfg::View view, const QStringList& path, const C
     element->textLast = record.textLast;
     element->modRevision = modRevision;
     element->stored = true;
+    element->explicitOrder = record.order != 0;
     if (element->order != order) {
         // Re-insert at the element's position among its siblings.
         CfgEtcdElement* parent = element->parent;

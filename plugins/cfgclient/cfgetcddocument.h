@@ -32,6 +32,8 @@ struct CfgEtcdElement
     /// Sibling position: the revision that created the element, or the one
     /// it kept when it was renamed or moved.
     qint64 order = 0;
+    /// The order was stored with the element (renamed or moved), not taken from its creation.
+    bool explicitOrder = false;
     qint64 modRevision = 0;
     /// False for an element that only exists because keys below it do.
     bool stored = false;
@@ -55,7 +57,9 @@ struct CfgEtcdRecord
     qint64 order = 0; ///< 0: the creating revision orders the element
 
     QByteArray ToJson() const;
-    static CfgEtcdRecord FromElement(const CfgEtcdElement& element, bool keepOrder);
+    /// The element's record; its order is written when it was stored
+    /// before or `forceOrder` asks for it (elements that move keep their place).
+    static CfgEtcdRecord FromElement(const CfgEtcdElement& element, bool forceOrder);
 };
 
 /// The configurations held by the configuration service, as one process sees

@@ -229,6 +229,32 @@ private slots:
                            QStringLiteral("false"), QStringLiteral("false"), QStringLiteral("one"),
                            QStringLiteral("true"),  QStringLiteral("first"), QStringLiteral("three")};
 
+        QTest::newRow("renamed and moved elements keep their places for a new reader")
+            << Script([](CfgBackend& b) {
+                   {
+                       auto cfg = b.Open(QStringLiteral("App"), M);
+                       for (const char* name : {"a", "b", "c"})
+                           cfg->SetString(QLatin1String(name), QLatin1String(name));
+                       cfg->SetString(QStringLiteral("S\\x"), QStringLiteral("1"));
+                       cfg->SetString(QStringLiteral("S\\y"), QStringLiteral("2"));
+                       cfg->AddSubCfg(QStringLiteral("T"));
+                       cfg->RenameAttribute(QStringLiteral("a"), QStringLiteral("z"));
+                       cfg->SetString(QStringLiteral("z"), QStringLiteral("changed"));
+                       cfg->RenameAttribute(QStringLiteral("S\\x"), QStringLiteral("w"));
+                       cfg->MoveSubCfg(QStringLiteral("S"), QStringLiteral("R"));
+                   }
+                   b.Reload();
+                   auto cfg = b.Open(QStringLiteral("App"), M);
+                   return Dump(*cfg, M);
+               })
+            << QStringList{QStringLiteral("App\\z=changed type=string protected=true"),
+                           QStringLiteral("App\\b=b type=string protected=true"),
+                           QStringLiteral("App\\c=c type=string protected=true"),
+                           QStringLiteral("[App\\T]"),
+                           QStringLiteral("[App\\R]"),
+                           QStringLiteral("App\\R\\w=1 type=string protected=true"),
+                           QStringLiteral("App\\R\\y=2 type=string protected=true")};
+
         QTest::newRow("move and remove sub-configurations")
             << Script([](CfgBackend& b) {
                    auto cfg = b.Open(QStringLiteral("App"), M);
