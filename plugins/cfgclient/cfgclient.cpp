@@ -48,7 +48,7 @@ bool CfgClient::Connect(const QString& appName, bool)
              SOURCE, __LINE__);
     auto client = std::make_shared<EtcdClient>(m_options);
     try {
-        client->Connect();
+        client->Connect(CfgEtcdDocument::DEFAULT_PREFIX);
     } catch (const KVException& exception) {
         if (!client->LastFailureWasUnreachable())
             ErrorHandler::Instance().Message(exception.GetMessage(), ErrorHandler::MSG_Error,

@@ -1,5 +1,6 @@
 #include "cfgclient/etcdclient.h"
 
+#include "kvbase/errorhandler.h"
 #include "kvbase/kvexception.h"
 
 #include <QElapsedTimer>
@@ -44,12 +45,6 @@ QByteArray FromBase64(const QJsonValue& value)
 qint64 Revision(const QJsonObject& answer)
 {
     return answer.value(QLatin1String("header")).toObject().value(QLatin1String("revision")).toString().toLongLong();
-}
-
-bool IsCertificateProblem(int code)
-{
-    return code == CURLE_PEER_FAILED_VERIFICATION || code == CURLE_SSL_CONNECT_ERROR ||
-           code == CURLE_SSL_CERTPROBLEM || code == CURLE_SSL_CACERT_BADFILE || code == CURLE_SSL_CIPHER;
 }
 
 // What etcd's error texts mean for the user of an application.
@@ -110,8 +105,13 @@ void EtcdClient::SetTransportOptions(CURL* curl, const EtcdClientOptions& option
     curl_easy_setopt(curl, CURLOPT_PROXY, "");
     if (!options.caFile.isEmpty())
         curl_easy_setopt(curl, CURLOPT_CAINFO, options.caFile.toLocal8Bit().constData());
-    if (!options.certFile.isEmpty())
+    if (!options.certFile.isEmpty()) {
         curl_easy_setopt(curl, CURLOPT_SSLCERT, options.certFile.toLocal8Bit().constData());
+        // In TLS 1.2 a member refuses an untrusted client certificate within
+        // the handshake, with an alert this client can report; in TLS 1.3 the
+        // refusal comes after it and looks like a broken connection.
+        curl_easy_setopt(curl, CURLOPT_SSLVERSION, long(CURL_SSLVERSION_TLSv1_2 | CURL_SSLVERSION_MAX_TLSv1_2));
+    }
     if (!options.keyFile.isEmpty())
         curl_easy_setopt(curl, CURLOPT_SSLKEY, options.keyFile.toLocal8Bit().constData());
 }
@@ -154,6 +154,8 @@ bool EtcdClient::PostOnce(const QString& url, const QByteArray& body, int timeou
         headers = curl_slist_append(headers, authorization.constData());
     }
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
+    m_errorText[0] = '\0';
+    curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, m_errorText);
     const CURLcode result = curl_easy_perform(curl);
     curl_slist_free_all(headers);
     *curlCode = int(result);
@@ -183,11 +185,8 @@ QJsonObject EtcdClient::Post(const char* path, const QJsonObject& body, const ch
         int code = CURLE_OK;
         if (!PostOnce(MemberUrl(m_options, member) + QLatin1String(path), bytes, int(qMax<qint64>(left, 1)),
                       &answer, &status, &code)) {
-            if (IsCertificateProblem(code))
-                Fail(QStringLiteral("The TLS connection to the configuration service at %1 failed: the "
-                                    "certificate was not accepted (%2).")
-                         .arg(member, QString::fromUtf8(curl_easy_strerror(CURLcode(code)))),
-                     operation, __LINE__);
+            _Q_Trace(QString::fromUtf8(m_errorText), "cfgclient/etcdclient", __LINE__);
+            FailOnCertificate(code, member, operation);
             lastProblem = QString::fromUtf8(curl_easy_strerror(CURLcode(code)));
             m_nMember = (m_nMember + 1) % members;
             if (m_bOneTryPerMember && ++unreachable >= members)
@@ -220,6 +219,32 @@ QJsonObject EtcdClient::Post(const char* path, const QJsonObject& body, const ch
          operation, __LINE__);
 }
 
+// A refused certificate is final; the next member would refuse it as well.
+void EtcdClient::FailOnCertificate(int curlCode, const QString& member, const char* operation)
+{
+    if (!m_options.UsesTls())
+        return;
+    const QString detail = QString::fromUtf8(m_errorText);
+    if (curlCode == CURLE_PEER_FAILED_VERIFICATION) {
+        _Q_Trace(detail, "cfgclient/etcdclient", __LINE__);
+        Fail(QStringLiteral("The certificate of the configuration service at %1 is not trusted by this client.")
+                 .arg(member),
+             operation, __LINE__);
+    }
+    if (curlCode == CURLE_SSL_CERTPROBLEM) {
+        _Q_Trace(detail, "cfgclient/etcdclient", __LINE__);
+        Fail(QStringLiteral("The client certificate \"%1\" or its key \"%2\" cannot be used.")
+                 .arg(m_options.certFile, m_options.keyFile),
+             operation, __LINE__);
+    }
+    // The member ended the handshake with a TLS alert: it does not trust this client's certificate.
+    if (detail.contains(QLatin1String("alert"))) {
+        _Q_Trace(detail, "cfgclient/etcdclient", __LINE__);
+        Fail(QStringLiteral("The configuration service at %1 did not accept this client's certificate.").arg(member),
+             operation, __LINE__);
+    }
+}
+
 void EtcdClient::Authenticate(const char* operation)
 {
     m_token.clear();
@@ -230,7 +255,7 @@ void EtcdClient::Authenticate(const char* operation)
     m_token = answer.value(QLatin1String("token")).toString().toUtf8();
 }
 
-void EtcdClient::Connect()
+void EtcdClient::Connect(const QByteArray& prefix)
 {
     QMutexLocker locker(&m_mutex);
     if (m_options.members.isEmpty())
@@ -248,7 +273,8 @@ void EtcdClient::Connect()
         if (!m_options.user.isEmpty())
             Authenticate("Connect");
         QJsonObject body;
-        body.insert(QStringLiteral("key"), Base64("zent-probe"));
+        body.insert(QStringLiteral("key"), Base64(prefix));
+        body.insert(QStringLiteral("range_end"), Base64(PrefixEnd(prefix)));
         body.insert(QStringLiteral("count_only"), true);
         Post("/v3/kv/range", body, "Connect");
     } catch (...) {

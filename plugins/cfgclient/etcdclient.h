@@ -74,8 +74,10 @@ public:
     EtcdClient(const EtcdClient&) = delete;
     EtcdClient& operator=(const EtcdClient&) = delete;
 
-    /// Reaches a member and, with a user, signs in. Throws KVException.
-    void Connect();
+    /// Reaches a member and, with a user, signs in; then reads (counts)
+    /// the keys below `prefix`, which a client needs the permission for.
+    /// Throws KVException.
+    void Connect(const QByteArray& prefix);
     /// Whether the last failure was that no member could be reached (rather
     /// than a refusal).
     bool LastFailureWasUnreachable() const { return m_bUnreachable; }
@@ -104,12 +106,14 @@ private:
     QJsonObject Post(const char* path, const QJsonObject& body, const char* operation);
     bool PostOnce(const QString& url, const QByteArray& body, int timeoutMs, QByteArray* answer,
                   long* status, int* curlCode);
+    void FailOnCertificate(int curlCode, const QString& member, const char* operation);
     void Authenticate(const char* operation);
     [[noreturn]] void Fail(const QString& message, const char* operation, int line) const;
 
     EtcdClientOptions m_options;
     QMutex m_mutex;
     CURL* m_pCurl;
+    char m_errorText[256];
     int m_nMember;
     QByteArray m_token;
     bool m_bUnreachable;

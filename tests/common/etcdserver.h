@@ -137,16 +137,23 @@ public:
         return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
     }
 
-    /// Runs etcdctl against member `index`; its standard output, or "" on failure.
-    QString Ctl(const QStringList& arguments, int index = 0, const QStringList& extra = {}) const
+    /// Options every etcdctl call gets (TLS files of an administrator).
+    void SetCtlOptions(const QStringList& options) { m_ctlOptions = options; }
+
+    /// Runs etcdctl against member `index`; its standard output, or "" on
+    /// failure. `input` goes to its standard input (passwords never on its
+    /// command line).
+    QString Ctl(const QStringList& arguments, int index = 0, const QByteArray& input = QByteArray()) const
     {
         QProcess ctl;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("ETCDCTL_API"), QStringLiteral("3"));
         ctl.setProcessEnvironment(environment);
         ctl.start(QStringLiteral("etcdctl"),
-                  QStringList{QStringLiteral("--endpoints=%1://%2").arg(m_sScheme, Endpoint(index))} + extra +
-                      arguments);
+                  QStringList{QStringLiteral("--endpoints=%1://%2").arg(m_sScheme, Endpoint(index))} +
+                      m_ctlOptions + arguments);
+        ctl.write(input);
+        ctl.closeWriteChannel();
         if (!ctl.waitForFinished(20000) || ctl.exitCode() != 0)
             return QString();
         return QString::fromUtf8(ctl.readAllStandardOutput());
@@ -176,6 +183,7 @@ private:
     QString m_sFolder;
     QStringList m_extra;
     QString m_sScheme;
+    QStringList m_ctlOptions;
     std::vector<Member> m_members;
 };
 

@@ -1,0 +1,196 @@
+// EtcdClient against a real etcd with TLS (a CA, server and client
+// certificates made here with openssl) and authentication with a read-only
+// role: every refusal has its own message and nothing is written.
+#include "cfgclient/cfgetcd.h"
+#include "cfgclient/etcdclient.h"
+#include "common/etcdserver.h"
+#include "common/kvexceptioncheck.h"
+
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+
+const QString SOURCE = QStringLiteral("cfgclient/etcdclient");
+const QString CLASS = QStringLiteral("EtcdClient");
+
+} // namespace
+
+class tst_EtcdClient : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<EtcdCluster> m_etcd;
+
+    QString File(const QString& name) const { return m_dir->filePath(name); }
+
+    bool OpenSsl(const QStringList& arguments)
+    {
+        QProcess openssl;
+        openssl.setWorkingDirectory(m_dir->path());
+        openssl.start(QStringLiteral("openssl"), arguments);
+        return openssl.waitForFinished(30000) && openssl.exitCode() == 0;
+    }
+
+    // A key and a certificate signed by `ca`; `subject` without a common name
+    // for clients, as etcd's JSON gateway refuses client certificates that carry one.
+    bool MakeCertificate(const QString& name, const QString& subject, const QString& ca,
+                         const QString& extensions = QString())
+    {
+        QStringList sign{QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"), name + ".csr",
+                         QStringLiteral("-CA"), ca + ".pem", QStringLiteral("-CAkey"), ca + ".key",
+                         QStringLiteral("-CAcreateserial"), QStringLiteral("-out"), name + ".pem",
+                         QStringLiteral("-days"), QStringLiteral("2")};
+        if (!extensions.isEmpty())
+            sign << QStringLiteral("-extfile") << extensions;
+        return OpenSsl({QStringLiteral("req"), QStringLiteral("-newkey"), QStringLiteral("rsa:2048"),
+                        QStringLiteral("-nodes"), QStringLiteral("-keyout"), name + ".key", QStringLiteral("-out"),
+                        name + ".csr", QStringLiteral("-subj"), subject}) &&
+               OpenSsl(sign);
+    }
+
+    bool MakeAuthority(const QString& name, const QString& subject)
+    {
+        return OpenSsl({QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                        QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-keyout"),
+                        name + ".key", QStringLiteral("-out"), name + ".pem", QStringLiteral("-days"),
+                        QStringLiteral("2"), QStringLiteral("-subj"), subject});
+    }
+
+    EtcdClientOptions Options(const QString& user = QString(), const QByteArray& password = QByteArray(),
+                              const QString& client = QStringLiteral("client"),
+                              const QString& ca = QStringLiteral("ca")) const
+    {
+        EtcdClientOptions options;
+        options.members << m_etcd->Endpoint();
+        options.caFile = File(ca + ".pem");
+        options.certFile = File(client + ".pem");
+        options.keyFile = File(client + ".key");
+        options.user = user;
+        options.password = password;
+        options.requestTimeoutMs = 3000;
+        return options;
+    }
+
+    QString Stored() const
+    {
+        return m_etcd->Ctl({QStringLiteral("get"), QStringLiteral("--prefix"), QStringLiteral("--keys-only"),
+                            QStringLiteral("zent/")});
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        QVERIFY2(EtcdCluster::Available(), "etcd is not installed (Debian package etcd-server)");
+        m_dir = std::make_unique<QTemporaryDir>();
+        QFile extensions(File(QStringLiteral("server.ext")));
+        QVERIFY(extensions.open(QIODevice::WriteOnly));
+        extensions.write("subjectAltName=IP:127.0.0.1\n");
+        extensions.close();
+        QVERIFY(MakeAuthority(QStringLiteral("ca"), QStringLiteral("/CN=Zent Test CA")));
+        QVERIFY(MakeAuthority(QStringLiteral("rogue"), QStringLiteral("/CN=Rogue CA")));
+        QVERIFY(MakeCertificate(QStringLiteral("server"), QStringLiteral("/CN=127.0.0.1"), QStringLiteral("ca"),
+                                QStringLiteral("server.ext")));
+        // etcdctl signs in as root by its certificate's common name.
+        QVERIFY(MakeCertificate(QStringLiteral("root"), QStringLiteral("/CN=root"), QStringLiteral("ca")));
+        QVERIFY(MakeCertificate(QStringLiteral("client"), QStringLiteral("/O=Zent Test Client"), QStringLiteral("ca")));
+        QVERIFY(MakeCertificate(QStringLiteral("stranger"), QStringLiteral("/O=Zent Test Client"),
+                                QStringLiteral("rogue")));
+
+        m_etcd = std::make_unique<EtcdCluster>(
+            m_dir->path(), 1,
+            QStringList{QStringLiteral("--cert-file"), File(QStringLiteral("server.pem")), QStringLiteral("--key-file"),
+                        File(QStringLiteral("server.key")), QStringLiteral("--client-cert-auth"),
+                        QStringLiteral("--trusted-ca-file"), File(QStringLiteral("ca.pem"))},
+            QStringLiteral("https"));
+        m_etcd->SetCtlOptions({QStringLiteral("--cacert"), File(QStringLiteral("ca.pem")), QStringLiteral("--cert"),
+                               File(QStringLiteral("root.pem")), QStringLiteral("--key"),
+                               File(QStringLiteral("root.key"))});
+        QVERIFY2(m_etcd->Start(), qPrintable(m_etcd->Log()));
+        const QStringList setup[] = {
+            {QStringLiteral("user"), QStringLiteral("add"), QStringLiteral("root"), QStringLiteral("--interactive=false")},
+            {QStringLiteral("user"), QStringLiteral("grant-role"), QStringLiteral("root"), QStringLiteral("root")},
+            {QStringLiteral("user"), QStringLiteral("add"), QStringLiteral("reader"), QStringLiteral("--interactive=false")},
+            {QStringLiteral("role"), QStringLiteral("add"), QStringLiteral("reading")},
+            {QStringLiteral("role"), QStringLiteral("grant-permission"), QStringLiteral("reading"), QStringLiteral("read"),
+             QStringLiteral("zent/"), QStringLiteral("--prefix=true")},
+            {QStringLiteral("user"), QStringLiteral("grant-role"), QStringLiteral("reader"), QStringLiteral("reading")},
+            {QStringLiteral("put"), QStringLiteral("zent/App/Machine/Value"),
+             QStringLiteral("{\"text\":\"readable\",\"type\":\"string\",\"protected\":\"true\",\"ts\":1}")},
+            {QStringLiteral("auth"), QStringLiteral("enable")}};
+        for (const QStringList& command : setup) {
+            const QByteArray password = command.value(2) == QLatin1String("root") ? "rootpw\n" : "readerpw\n";
+            QVERIFY2(!m_etcd->Ctl(command, 0, password).isEmpty(), qPrintable(command.join(QLatin1Char(' '))));
+        }
+    }
+
+    void cleanupTestCase() { m_etcd.reset(); }
+
+    void anonymousClientIsRefused()
+    {
+        EtcdClient client(Options());
+        CompareKVException(CaughtKVException([&] { client.Connect("zent/"); }),
+                           QStringLiteral("The configuration service requires a user name and password, and none is "
+                                          "configured for this client."),
+                           SOURCE, CLASS, QStringLiteral("Connect"));
+        QCOMPARE(client.LastFailureWasUnreachable(), false);
+    }
+
+    void wrongPasswordIsRefused()
+    {
+        EtcdClient client(Options(QStringLiteral("reader"), "not the password"));
+        CompareKVException(CaughtKVException([&] { client.Connect("zent/"); }),
+                           QStringLiteral("The configuration service refused the user \"reader\": wrong user name or "
+                                          "password."),
+                           SOURCE, CLASS, QStringLiteral("Connect"));
+    }
+
+    void untrustedClientCertificateIsRefused()
+    {
+        EtcdClient client(Options(QStringLiteral("reader"), "readerpw", QStringLiteral("stranger")));
+        CompareKVException(CaughtKVException([&] { client.Connect("zent/"); }),
+                           QStringLiteral("The configuration service at %1 did not accept this client's certificate.")
+                               .arg(m_etcd->Endpoint()),
+                           SOURCE, CLASS, QStringLiteral("Connect"));
+    }
+
+    void untrustedServiceCertificateIsRefused()
+    {
+        EtcdClient client(Options(QStringLiteral("reader"), "readerpw", QStringLiteral("client"), QStringLiteral("rogue")));
+        CompareKVException(CaughtKVException([&] { client.Connect("zent/"); }),
+                           QStringLiteral("The certificate of the configuration service at %1 is not trusted by this "
+                                          "client.")
+                               .arg(m_etcd->Endpoint()),
+                           SOURCE, CLASS, QStringLiteral("Connect"));
+    }
+
+    void readOnlyUserReadsAndIsRefusedWriting()
+    {
+        auto client = std::make_shared<EtcdClient>(Options(QStringLiteral("reader"), "readerpw"));
+        client->Connect("zent/");
+        CfgEtcd cfg(std::make_shared<CfgEtcdDocument>(client), QStringLiteral("App"), ICfg::VIEW_Machine);
+        cfg.OpenDocument(true);
+        QCOMPARE(cfg.GetString(QStringLiteral("Value"), QString()), QStringLiteral("readable"));
+        CompareKVException(
+            CaughtKVException([&] { cfg.SetString(QStringLiteral("Value"), QStringLiteral("changed")); }),
+            QStringLiteral("The configuration service denied the user \"reader\" this access: permission denied."),
+            SOURCE, CLASS, QStringLiteral("Put"));
+        QCOMPARE(cfg.GetString(QStringLiteral("Value"), QString()), QStringLiteral("readable"));
+        QCOMPARE(Stored(), QStringLiteral("zent/App/Machine/Value\n\n"));
+    }
+
+    void refusedClientsWroteNothing()
+    {
+        for (const EtcdClientOptions& options : {Options(), Options(QStringLiteral("reader"), "wrong")}) {
+            EtcdClient client(options);
+            QVERIFY(CaughtKVException([&] { client.Put("zent/Intruder/Machine", "{}"); }).has_value());
+        }
+        QCOMPARE(Stored(), QStringLiteral("zent/App/Machine/Value\n\n"));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_EtcdClient)
+#include "tst_etcdclient.moc"
