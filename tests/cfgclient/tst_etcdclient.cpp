@@ -6,8 +6,15 @@
 #include "common/etcdserver.h"
 #include "common/kvexceptioncheck.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QTemporaryDir>
 #include <QtTest>
+
+#include <atomic>
+#include <set>
+#include <thread>
 
 namespace {
 
@@ -128,6 +135,77 @@ private slots:
     }
 
     void cleanupTestCase() { m_etcd.reset(); }
+
+    void writesGoOnWhenTheLeaderIsKilled()
+    {
+        QTemporaryDir folder;
+        EtcdCluster cluster(folder.path(), 3);
+        QVERIFY2(cluster.Start(), qPrintable(cluster.Log()));
+        int leader = -1;
+        for (int i = 0; i < cluster.Size() && leader < 0; ++i) {
+            const QJsonArray status = QJsonDocument::fromJson(
+                                          cluster.Ctl({QStringLiteral("endpoint"), QStringLiteral("status"),
+                                                       QStringLiteral("-w"), QStringLiteral("json")},
+                                                      i)
+                                              .toUtf8())
+                                          .array();
+            const QJsonObject member = status.at(0).toObject().value(QLatin1String("Status")).toObject();
+            const QJsonValue id = member.value(QLatin1String("header")).toObject().value(QLatin1String("member_id"));
+            if (id.toVariant() == member.value(QLatin1String("leader")).toVariant())
+                leader = i;
+        }
+        QVERIFY(leader >= 0);
+        // The client starts on the leader, so the kill takes its member away.
+        EtcdClientOptions options;
+        options.members << cluster.Endpoint(leader);
+        for (int i = 0; i < cluster.Size(); ++i) {
+            if (i != leader)
+                options.members << cluster.Endpoint(i);
+        }
+        auto document = std::make_shared<CfgEtcdDocument>(std::make_shared<EtcdClient>(options));
+        CfgEtcd cfg(document, QStringLiteral("Load"), ICfg::VIEW_Machine);
+        cfg.OpenDocument(true);
+
+        const int total = 1000;
+        std::atomic<int> attempted{0};
+        std::set<int> acknowledged;
+        std::set<int> failed;
+        std::thread writer([&] {
+            for (int i = 0; i < total; ++i) {
+                attempted.store(i + 1);
+                try {
+                    cfg.SetInteger(QStringLiteral("V%1").arg(i), i);
+                    acknowledged.insert(i);
+                } catch (const KVException&) {
+                    failed.insert(i);
+                }
+            }
+        });
+        while (attempted.load() < total / 5)
+            QThread::msleep(1);
+        cluster.Kill(leader);
+        const int attemptedAtKill = attempted.load();
+        writer.join();
+        QVERIFY2(attemptedAtKill < total, "the leader was killed after the last write");
+
+        // Every acknowledged write is there, read from a member that lives.
+        EtcdClientOptions survivor;
+        survivor.members << options.members.at(1);
+        qint64 revision = 0;
+        const std::vector<EtcdKeyValue> stored = EtcdClient(survivor).Range("zent/Load/", &revision);
+        std::map<QByteArray, QByteArray> values;
+        for (const EtcdKeyValue& kv : stored)
+            values[kv.key] = kv.value;
+        for (const int i : acknowledged) {
+            const QByteArray key = "zent/Load/Machine/V" + QByteArray::number(i);
+            QVERIFY2(values.count(key) == 1, key.constData());
+            QVERIFY2(values[key].contains("\"text\":\"" + QByteArray::number(i) + "\""), values[key].constData());
+        }
+        // The client went on through the other members: nothing failed.
+        QCOMPARE(int(failed.size()), 0);
+        QCOMPARE(int(acknowledged.size()), total);
+        QCOMPARE(cfg.GetInteger(QStringLiteral("V999"), -1), 999L);
+    }
 
     void anonymousClientIsRefused()
     {
