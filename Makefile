@@ -45,6 +45,10 @@ test: build
 demo: build
 	scripts/run-demo $(BUILD_DIR)
 
+.PHONY: demo-server
+demo-server: build
+	scripts/run-demo-server $(BUILD_DIR)
+
 test-asan: deps
 	cmake -S . -B $(ASAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DZENT_SANITIZE=address,undefined $(CMAKE_FLAGS)
 	cmake --build $(ASAN_BUILD_DIR) -j $(JOBS)
