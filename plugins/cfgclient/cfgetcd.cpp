@@ -99,7 +99,9 @@ QStringList CfgEtcd::Path(const QString& relative) const
 QStringList CfgEtcd::ValuePath(const QString& name) const
 {
     const int separator = name.lastIndexOf(KEY_SEPARATOR);
-    QStringList path = Path(separator >= 0 ? name.left(separator) : QString());
+    QStringList path = m_keyParts;
+    if (separator >= 0)
+        path += SplitKey(name.left(separator));
     path.append(separator >= 0 ? name.mid(separator + 1) : name);
     return path;
 }
@@ -155,8 +157,12 @@ void CfgEtcd::AddTree(View view, const QStringList& path, const CfgEtcdElement& 
 QString CfgEtcd::GetStringImpl(QString name, QString defaultValue, View view)
 {
     const QStringList path = name.isEmpty() ? m_keyParts : ValuePath(name);
-    m_pDocument->EnsureLoaded(path);
     QMutexLocker locker(&m_pDocument->Mutex());
+    if (!m_pDocument->IsLoaded(path)) {
+        locker.unlock();
+        m_pDocument->EnsureLoaded(path);
+        locker.relock();
+    }
     const CfgEtcdElement* element = path.isEmpty() ? nullptr : Find(view, path);
     return element && element->text ? *element->text : defaultValue;
 }

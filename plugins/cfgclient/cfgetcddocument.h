@@ -112,6 +112,8 @@ public:
     void Load(const QString& application);
     /// Loads the application of `path` (all for an empty path) unless held.
     void EnsureLoaded(const QStringList& path);
+    /// Whether the application of `path` is held; caller holds Mutex().
+    bool IsLoaded(const QStringList& path) const { return path.isEmpty() ? m_bAllLoaded : IsHeld(path.first()); }
     /// Stops following changes (the service client disconnects).
     void StopWatching();
 

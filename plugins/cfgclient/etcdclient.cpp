@@ -128,6 +128,13 @@ QByteArray EtcdClient::Token()
     return m_token;
 }
 
+void EtcdClient::RenewToken()
+{
+    QMutexLocker locker(&m_mutex);
+    if (!m_options.user.isEmpty())
+        Authenticate("RenewToken");
+}
+
 void EtcdClient::Fail(const QString& message, const char* operation, int line) const
 {
     throw KVException(message, SOURCE_FILE, CLASS_NAME, QString::fromLatin1(operation), line);

@@ -94,6 +94,8 @@ public:
     QString CurrentUrl();
     /// The sign-in token ("" without a user), for the watch.
     QByteArray Token();
+    /// Signs in again (the watch found its token expired). Throws KVException.
+    void RenewToken();
 
     /// The first key after every key beginning with `prefix`.
     static QByteArray PrefixEnd(const QByteArray& prefix);

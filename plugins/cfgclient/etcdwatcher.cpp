@@ -1,5 +1,7 @@
 #include "cfgclient/etcdwatcher.h"
 
+#include "kvbase/kvexception.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -117,7 +119,16 @@ void EtcdWatcher::Consume(const QByteArray& chunk)
 
 void EtcdWatcher::HandleMessage(const QByteArray& line)
 {
-    const QJsonObject result = QJsonDocument::fromJson(line).object().value(QLatin1String("result")).toObject();
+    const QJsonObject message = QJsonDocument::fromJson(line).object();
+    if (message.contains(QLatin1String("error")) && line.contains("auth token")) {
+        // Tokens expire; the next stream signs in again.
+        try {
+            m_pClient->RenewToken();
+        } catch (const KVException&) {
+        }
+        return;
+    }
+    const QJsonObject result = message.value(QLatin1String("result")).toObject();
     const qint64 compactRevision = result.value(QLatin1String("compact_revision")).toString().toLongLong();
     if (compactRevision > 0) {
         m_nextRevision.store(compactRevision);

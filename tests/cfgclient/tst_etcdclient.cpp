@@ -258,6 +258,15 @@ private slots:
             SOURCE, CLASS, QStringLiteral("Put"));
         QCOMPARE(cfg.GetString(QStringLiteral("Value"), QString()), QStringLiteral("readable"));
         QCOMPARE(Stored(), QStringLiteral("zent/App/Machine/Value\n\n"));
+        // The signed-in watch brings an administrator's change.
+        QVERIFY(!m_etcd->Ctl({QStringLiteral("put"), QStringLiteral("zent/App/Machine/Value"),
+                              QStringLiteral("{\"text\":\"renewed\",\"type\":\"string\",\"ts\":2}")})
+                     .isEmpty());
+        QTRY_COMPARE_WITH_TIMEOUT(cfg.GetString(QStringLiteral("Value"), QString()), QStringLiteral("renewed"), 1000);
+        QVERIFY(!m_etcd->Ctl({QStringLiteral("put"), QStringLiteral("zent/App/Machine/Value"),
+                              QStringLiteral("{\"text\":\"readable\",\"type\":\"string\",\"protected\":\"true\","
+                                             "\"ts\":1}")})
+                     .isEmpty());
     }
 
     void refusedClientsWroteNothing()
