@@ -269,6 +269,34 @@ private slots:
                      .isEmpty());
     }
 
+    void applicationRefusedByTheServiceSaysWhyAndEnds()
+    {
+        const QString passwordFile = File(QStringLiteral("wrong.password"));
+        QFile password(passwordFile);
+        QVERIFY(password.open(QIODevice::WriteOnly));
+        password.write("not the password\n");
+        password.close();
+        QVERIFY(password.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+        QProcess helper;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), File(QStringLiteral("config")));
+        environment.insert(QStringLiteral("ZENT_CFGCLIENT_CONFIG"), File(QStringLiteral("none.conf")));
+        environment.insert(QStringLiteral("ZENT_CFGCLIENT_CA"), File(QStringLiteral("ca.pem")));
+        environment.insert(QStringLiteral("ZENT_CFGCLIENT_CERT"), File(QStringLiteral("client.pem")));
+        environment.insert(QStringLiteral("ZENT_CFGCLIENT_KEY"), File(QStringLiteral("client.key")));
+        environment.insert(QStringLiteral("ZENT_CFGCLIENT_USER"), QStringLiteral("reader"));
+        environment.insert(QStringLiteral("ZENT_CFGCLIENT_PASSWORD_FILE"), passwordFile);
+        helper.setProcessEnvironment(environment);
+        helper.start(QCoreApplication::applicationDirPath() + QStringLiteral("/cfgclienthelper"),
+                     {QStringLiteral("Server:") + m_etcd->Endpoint(), QStringLiteral("start")});
+        QVERIFY(helper.waitForFinished(30000));
+        QCOMPARE(QString::fromUtf8(helper.readAllStandardOutput()),
+                 QStringLiteral("0 The configuration service refused the user \"reader\": wrong user name or password.\n"
+                                "0 Application \"App\" can't connect to TALVO Configuration Service.\nPlease make sure "
+                                "that Configuration Service is running and start the application again.\n"));
+        QCOMPARE(helper.exitCode(), 255);
+    }
+
     void refusedClientsWroteNothing()
     {
         for (const EtcdClientOptions& options : {Options(), Options(QStringLiteral("reader"), "wrong")}) {
