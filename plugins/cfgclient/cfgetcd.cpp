@@ -4,7 +4,10 @@
 #include "kvbase/kvexception.h"
 #include "kvbase/zentos.h"
 
+#include <QDomDocument>
 #include <QMutexLocker>
+
+#include <algorithm>
 
 namespace {
 
@@ -550,16 +553,156 @@ void CfgEtcd::LoadConfigurationName(const QString&)
     NotAvailable("LoadConfigurationName", __LINE__);
 }
 
-QByteArray CfgEtcd::GetCfgAsStringFromApp(const QString&)
+namespace {
+
+const QString PROTECTED = QStringLiteral("protected");
+const QString TYPE = QStringLiteral("type");
+const QString TS = QStringLiteral("ts");
+const ICfg::View EXCHANGED_VIEWS[] = {ICfg::VIEW_System, ICfg::VIEW_Domain, ICfg::VIEW_Machine, ICfg::VIEW_User,
+                                ICfg::VIEW_Export};
+
+QDomText FirstText(const QDomElement& element)
 {
-    throw KVException(QStringLiteral("Exchanging configurations as bytes is not available on the configuration "
-                                     "service: every application reads the service directly."),
-                      SOURCE_FILE, CLASS_NAME, QStringLiteral("GetCfgAsStringFromApp"), __LINE__);
+    for (QDomNode child = element.firstChild(); !child.isNull(); child = child.nextSibling()) {
+        if (child.isText())
+            return child.toText();
+    }
+    return QDomText();
 }
 
-void CfgEtcd::MergeCfgFromStringAndApp(const QByteArray&, const QString&)
+bool IsValueElement(const QDomElement& element)
 {
-    throw KVException(QStringLiteral("Exchanging configurations as bytes is not available on the configuration "
-                                     "service: every application reads the service directly."),
-                      SOURCE_FILE, CLASS_NAME, QStringLiteral("MergeCfgFromStringAndApp"), __LINE__);
+    return element.firstChild().isText() || element.hasAttribute(PROTECTED);
+}
+
+QDomElement ToDom(QDomDocument& document, const CfgEtcdElement& element)
+{
+    QDomElement result = document.createElement(element.name);
+    if (element.protection)
+        result.setAttribute(PROTECTED, *element.protection);
+    if (element.type)
+        result.setAttribute(TYPE, *element.type);
+    result.setAttribute(TS, QString::number(element.ts));
+    if (element.text && !element.textLast)
+        result.appendChild(document.createTextNode(*element.text));
+    for (const auto& child : element.children)
+        result.appendChild(ToDom(document, *child));
+    if (element.text && element.textLast)
+        result.appendChild(document.createTextNode(*element.text));
+    return result;
+}
+
+CfgEtcdRecord RecordOf(const QDomElement& element)
+{
+    CfgEtcdRecord record;
+    const QDomText text = FirstText(element);
+    if (!text.isNull()) {
+        record.text = text.data();
+        record.textLast = !element.firstChild().isText();
+    }
+    if (element.hasAttribute(TYPE))
+        record.type = element.attribute(TYPE);
+    if (element.hasAttribute(PROTECTED))
+        record.protection = element.attribute(PROTECTED);
+    bool ok = false;
+    record.ts = element.attribute(TS).toLongLong(&ok);
+    if (!ok)
+        record.ts = Now();
+    return record;
+}
+
+} // namespace
+
+QByteArray CfgEtcd::GetCfgAsStringFromApp(const QString& appKey)
+{
+    QMutexLocker centre(CfgCenter::GetMutex());
+    QDomDocument exchange;
+    exchange.appendChild(
+        exchange.createProcessingInstruction(QStringLiteral("xml"), QStringLiteral("version=\"1.0\" encoding=\"utf-8\"")));
+    QDomElement root = exchange.createElement(QStringLiteral("Cfg"));
+    root.setAttribute(QStringLiteral("version"), GetVersion());
+    exchange.appendChild(root);
+    if (!appKey.isEmpty()) {
+        m_pDocument->EnsureLoaded({appKey});
+        QMutexLocker locker(&m_pDocument->Mutex());
+        for (const View view : EXCHANGED_VIEWS) {
+            const CfgEtcdElement* app = Find(view, {appKey});
+            if (!app)
+                continue;
+            QDomElement viewElement = exchange.createElement(GetViewAsString(view));
+            viewElement.appendChild(ToDom(exchange, *app));
+            root.appendChild(viewElement);
+        }
+    }
+    return exchange.toByteArray(4);
+}
+
+void CfgEtcd::ImportElement(View view, const QStringList& path, const QDomElement& source, Changes* changes) const
+{
+    if (!IsValidName(path.last()))
+        return;
+    changes->push_back({view, path, false, RecordOf(source)});
+    for (QDomElement child = source.firstChildElement(); !child.isNull(); child = child.nextSiblingElement())
+        ImportElement(view, path + QStringList{child.tagName()}, child, changes);
+}
+
+void CfgEtcd::MergeElement(View view, const QStringList& path, const QDomElement& source, Changes* changes) const
+{
+    const CfgEtcdElement* target = Find(view, path);
+    for (QDomElement child = source.firstChildElement(); !child.isNull(); child = child.nextSiblingElement()) {
+        const QStringList childPath = path + QStringList{child.tagName()};
+        const CfgEtcdElement* existing = target ? target->Child(child.tagName()) : nullptr;
+        if (!existing) {
+            ImportElement(view, childPath, child, changes);
+        } else if (IsValueElement(child)) {
+            CfgEtcdRecord record = CfgEtcdRecord::FromElement(*existing, false);
+            const QString text = FirstText(child).data();
+            if (!existing->text || *existing->text != text) {
+                if (!existing->text)
+                    record.textLast = false;
+                record.text = text;
+                record.ts = Advanced(existing->ts);
+            }
+            if (child.hasAttribute(TYPE))
+                record.type = child.attribute(TYPE);
+            if (child.hasAttribute(PROTECTED))
+                record.protection = child.attribute(PROTECTED);
+            changes->push_back({view, childPath, false, record});
+        } else {
+            MergeElement(view, childPath, child, changes);
+        }
+    }
+}
+
+void CfgEtcd::MergeCfgFromStringAndApp(const QByteArray& bytes, const QString& appKey)
+{
+    QMutexLocker centre(CfgCenter::GetMutex());
+    QDomDocument incoming;
+    QString message;
+    int line = 0;
+    int column = 0;
+    if (!incoming.setContent(bytes, &message, &line, &column))
+        throw KVException(QStringLiteral("The configuration of %1 could not be merged: %2 at line %3 in column %4.")
+                              .arg(appKey, message, QString::number(line), QString::number(column)),
+                          SOURCE_FILE, CLASS_NAME, QStringLiteral("MergeCfgFromStringAndApp"), __LINE__);
+    if (appKey.isEmpty())
+        return;
+    m_pDocument->EnsureLoaded({appKey});
+    Changes changes;
+    {
+        QMutexLocker locker(&m_pDocument->Mutex());
+        for (QDomElement viewElement = incoming.documentElement().firstChildElement(); !viewElement.isNull();
+             viewElement = viewElement.nextSiblingElement()) {
+            const QDomElement app = viewElement.firstChildElement(appKey);
+            const auto known = std::find_if(std::begin(EXCHANGED_VIEWS), std::end(EXCHANGED_VIEWS),
+                                            [&viewElement](View view) { return GetViewAsString(view) == viewElement.tagName(); });
+            if (app.isNull() || known == std::end(EXCHANGED_VIEWS))
+                continue;
+            if (!Find(*known, {appKey}))
+                ImportElement(*known, {appKey}, app, &changes);
+            else
+                MergeElement(*known, {appKey}, app, &changes);
+        }
+    }
+    Write(changes);
 }

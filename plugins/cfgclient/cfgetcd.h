@@ -3,6 +3,7 @@
 
 #include "configuration/cfg.h"
 
+#include <QDomElement>
 #include <QObject>
 #include <QStringList>
 
@@ -37,7 +38,15 @@
 /// from its file format: texts keep characters XML cannot carry; a type that
 /// GetAttributeType derives for an untyped value is kept in memory only;
 /// named user configurations and user partitions are not available (their
-/// operations throw KVException, the getters answer empty).
+/// operations throw KVException, the getters answer empty); bytes that
+/// MergeCfgFromStringAndApp cannot parse throw KVException instead of
+/// leaving a diagnosis file (there is no document folder).
+///
+/// GetCfgAsStringFromApp and MergeCfgFromStringAndApp exchange the same XML
+/// bytes as the XML backend: the application's element in each of the views
+/// System, Domain, Machine, User and Export; merging copies missing elements,
+/// gives existing values the incoming text, type and protection, merges
+/// sub-configurations and removes nothing.
 class CfgEtcd : public QObject, public Cfg
 {
     Q_OBJECT
@@ -105,6 +114,8 @@ private:
     void WriteRecord(View view, const QStringList& path, const CfgEtcdRecord& record);
     void Write(const Changes& changes);
     [[noreturn]] void NotAvailable(const char* operation, int line) const;
+    void MergeElement(View view, const QStringList& path, const QDomElement& source, Changes* changes) const;
+    void ImportElement(View view, const QStringList& path, const QDomElement& source, Changes* changes) const;
 
     std::shared_ptr<CfgEtcdDocument> m_pDocument;
     QStringList m_keyParts;

@@ -346,6 +346,29 @@ private slots:
             << QStringList{QStringLiteral("User"),   QStringLiteral("Machine"), QStringLiteral("Domain"),
                            QStringLiteral("System"), QStringLiteral("Export"),  QStringLiteral("Export")};
 
+        QTest::newRow("an application's configuration as bytes, merged under another name")
+            << Script([](CfgBackend& b) {
+                   auto cfg = b.Open(QStringLiteral("App"), M);
+                   cfg->SetInteger(QStringLiteral("N"), 5);
+                   cfg->SetString(QStringLiteral("Sub\\T"), QStringLiteral("t"), U);
+                   cfg->SetBoolean(QStringLiteral("F"), true, ICfg::VIEW_System);
+                   auto copy = b.Open(QStringLiteral("Copy"), M);
+                   copy->SetInteger(QStringLiteral("N"), 1);
+                   copy->SetString(QStringLiteral("Only"), QStringLiteral("kept"));
+                   QByteArray bytes = cfg->GetCfgAsStringFromApp(QStringLiteral("App"));
+                   bytes.replace("<App ", "<Copy ").replace("</App>", "</Copy>");
+                   copy->MergeCfgFromStringAndApp(bytes, QStringLiteral("Copy"));
+                   QStringList results = Dump(*copy, M);
+                   results += Dump(*copy, U);
+                   results += Dump(*copy, ICfg::VIEW_System);
+                   return results;
+               })
+            << QStringList{QStringLiteral("Copy\\N=5 type=integer protected=true"),
+                           QStringLiteral("Copy\\Only=kept type=string protected=true"),
+                           QStringLiteral("[Copy\\Sub]"),
+                           QStringLiteral("Copy\\Sub\\T=t type=string protected=false"),
+                           QStringLiteral("Copy\\F=true type=boolean protected=true")};
+
         QTest::newRow("the root lists applications; everything survives a new reader")
             << Script([](CfgBackend& b) {
                    {
@@ -455,6 +478,18 @@ private slots:
         QCOMPARE(cfg.GetString(QStringLiteral("Kept"), QString()), QStringLiteral("before"));
         QVERIFY(CaughtKVException([&] { cfg.AddSubCfg(QStringLiteral("New")); }).has_value());
         QCOMPARE(cfg.HasSubCfg(QStringLiteral("New")), false);
+    }
+
+    void unparsableBytesAreNotMerged()
+    {
+        EtcdBackend etcd(m_etcd->Endpoint());
+        auto cfg = etcd.Open(QStringLiteral("App"), M);
+        CompareKVException(
+            CaughtKVException([&] { cfg->MergeCfgFromStringAndApp("<Cfg><Machine><App>", QStringLiteral("App")); }),
+            QStringLiteral("The configuration of App could not be merged: unexpected end of file at line 1 in column "
+                           "20."),
+            QStringLiteral("cfgclient/cfgetcd"), QStringLiteral("CfgEtcd"), QStringLiteral("MergeCfgFromStringAndApp"));
+        QCOMPARE(SubKeys(*etcd.Open(QString(), M)), QStringList());
     }
 
     void namedUserConfigurationsAreRefused()
