@@ -160,11 +160,11 @@ void CfgEtcd::AddTree(View view, const QStringList& path, const CfgEtcdElement& 
 QString CfgEtcd::GetStringImpl(QString name, QString defaultValue, View view)
 {
     const QStringList path = name.isEmpty() ? m_keyParts : ValuePath(name);
-    QMutexLocker locker(&m_pDocument->Mutex());
+    std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
     if (!m_pDocument->IsLoaded(path)) {
         locker.unlock();
         m_pDocument->EnsureLoaded(path);
-        locker.relock();
+        locker.lock();
     }
     const CfgEtcdElement* element = path.isEmpty() ? nullptr : Find(view, path);
     return element && element->text ? *element->text : defaultValue;
@@ -187,7 +187,7 @@ void CfgEtcd::SetValueAndType(const QString& name, const QString& value, const Q
     m_pDocument->EnsureLoaded(path);
     Changes changes;
     {
-        QMutexLocker locker(&m_pDocument->Mutex());
+        std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
         const bool walked = AddMissing(view, path.mid(0, path.size() - 1), &changes);
         const CfgEtcdElement* element = walked ? Find(view, path) : nullptr;
         CfgEtcdRecord record;
@@ -244,7 +244,7 @@ ICfg::AttributeType CfgEtcd::GetAttributeType(QString name, View view)
     view = ResolveView(view);
     const QStringList path = ValuePath(name);
     m_pDocument->EnsureLoaded(path);
-    QMutexLocker locker(&m_pDocument->Mutex());
+    std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
     CfgEtcdElement* element = Find(view, path);
     if (!element)
         return TYPE_Undefined;
@@ -271,7 +271,7 @@ void CfgEtcd::SetAttributeType(QString name, AttributeType type, View view)
     m_pDocument->EnsureLoaded(path);
     CfgEtcdRecord record;
     {
-        QMutexLocker locker(&m_pDocument->Mutex());
+        std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
         const CfgEtcdElement* element = Find(view, path);
         if (!element)
             return;
@@ -289,7 +289,7 @@ bool CfgEtcd::IsProtected(QString name, View view)
     view = ResolveView(view);
     const QStringList path = ValuePath(name);
     m_pDocument->EnsureLoaded(path);
-    QMutexLocker locker(&m_pDocument->Mutex());
+    std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
     const CfgEtcdElement* element = Find(view, path);
     return element && element->protection == TRUE_TEXT;
 }
@@ -302,7 +302,7 @@ void CfgEtcd::SetProtected(QString name, bool isProtected, View view)
     m_pDocument->EnsureLoaded(path);
     CfgEtcdRecord record;
     {
-        QMutexLocker locker(&m_pDocument->Mutex());
+        std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
         const CfgEtcdElement* element = Find(view, path);
         if (!element)
             return;
@@ -321,7 +321,7 @@ bool CfgEtcd::HasAttribute(QString key, QString name, View view)
     view = ResolveView(view);
     const QStringList path = Path(key);
     m_pDocument->EnsureLoaded(path + QStringList{name});
-    QMutexLocker locker(&m_pDocument->Mutex());
+    std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
     const CfgEtcdElement* node = Find(view, path);
     return node && node->Child(name);
 }
@@ -333,7 +333,7 @@ bool CfgEtcd::RemoveAttribute(QString name, View view)
     const QStringList path = ValuePath(name);
     m_pDocument->EnsureLoaded(path);
     {
-        QMutexLocker locker(&m_pDocument->Mutex());
+        std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
         if (!Find(view, path))
             return false;
     }
@@ -349,7 +349,7 @@ bool CfgEtcd::RenameAttribute(QString oldName, QString newName, View view)
     m_pDocument->EnsureLoaded(path);
     Changes changes;
     {
-        QMutexLocker locker(&m_pDocument->Mutex());
+        std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
         const CfgEtcdElement* element = Find(view, path);
         if (!element)
             return false;
@@ -377,7 +377,7 @@ ICfg* CfgEtcd::CreateSubCfg(QString key, View view) const
     const QStringList path = Path(key);
     m_pDocument->EnsureLoaded(path);
     {
-        QMutexLocker locker(&m_pDocument->Mutex());
+        std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
         if (!Find(view, path))
             return nullptr;
     }
@@ -389,7 +389,7 @@ ICfg* CfgEtcd::CreateSubCfgAtImpl(int index, View view)
     m_pDocument->EnsureLoaded(m_keyParts);
     QString name;
     {
-        QMutexLocker locker(&m_pDocument->Mutex());
+        std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
         const CfgEtcdElement* node = Find(view, m_keyParts);
         if (!node || index < 0)
             return nullptr;
@@ -409,7 +409,7 @@ ICfg* CfgEtcd::CreateSubCfgAtImpl(int index, View view)
 QString CfgEtcd::GetValueKeyAtImpl(int index, View view)
 {
     m_pDocument->EnsureLoaded(m_keyParts);
-    QMutexLocker locker(&m_pDocument->Mutex());
+    std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
     const CfgEtcdElement* node = Find(view, m_keyParts);
     if (!node || index < 0)
         return QString();
@@ -430,7 +430,7 @@ bool CfgEtcd::AddSubCfg(QString key, View view)
     Changes changes;
     bool added = false;
     {
-        QMutexLocker locker(&m_pDocument->Mutex());
+        std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
         added = AddMissing(view, path, &changes);
     }
     Write(changes);
@@ -443,7 +443,7 @@ bool CfgEtcd::HasSubCfg(QString key, View view)
     view = ResolveView(view);
     const QStringList path = Path(key);
     m_pDocument->EnsureLoaded(path);
-    QMutexLocker locker(&m_pDocument->Mutex());
+    std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
     return Find(view, path) != nullptr;
 }
 
@@ -457,7 +457,7 @@ bool CfgEtcd::RemoveSubCfg(QString key, View view)
         return false;
     m_pDocument->EnsureLoaded(path);
     {
-        QMutexLocker locker(&m_pDocument->Mutex());
+        std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
         if (!Find(view, path))
             return false;
     }
@@ -479,7 +479,7 @@ bool CfgEtcd::MoveSubCfg(QString from, QString to, View view)
     m_pDocument->EnsureLoaded(target);
     Changes changes;
     {
-        QMutexLocker locker(&m_pDocument->Mutex());
+        std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
         const CfgEtcdElement* element = Find(view, source);
         if (!element || !IsValidName(target.last()) || Find(view, target))
             return false;
@@ -624,7 +624,7 @@ QByteArray CfgEtcd::GetCfgAsStringFromApp(const QString& appKey)
     exchange.appendChild(root);
     if (!appKey.isEmpty()) {
         m_pDocument->EnsureLoaded({appKey});
-        QMutexLocker locker(&m_pDocument->Mutex());
+        std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
         for (const View view : EXCHANGED_VIEWS) {
             const CfgEtcdElement* app = Find(view, {appKey});
             if (!app)
@@ -690,7 +690,7 @@ void CfgEtcd::MergeCfgFromStringAndApp(const QByteArray& bytes, const QString& a
     m_pDocument->EnsureLoaded({appKey});
     Changes changes;
     {
-        QMutexLocker locker(&m_pDocument->Mutex());
+        std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
         for (QDomElement viewElement = incoming.documentElement().firstChildElement(); !viewElement.isNull();
              viewElement = viewElement.nextSiblingElement()) {
             const QDomElement app = viewElement.firstChildElement(appKey);

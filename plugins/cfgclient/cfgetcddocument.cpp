@@ -4,7 +4,6 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QMutexLocker>
 
 #include <algorithm>
 
@@ -173,7 +172,7 @@ void CfgEtcdDocument::EnsureLoaded(const QStringList& path)
 {
     const QString application = path.value(0);
     {
-        QMutexLocker locker(&m_mutex);
+        std::lock_guard<std::mutex> locker(m_mutex);
         if (path.isEmpty() ? m_bAllLoaded : IsHeld(application))
             return;
     }
@@ -187,7 +186,7 @@ void CfgEtcdDocument::Load(const QString& application)
         m_pClient->Range(application.isEmpty() ? m_prefix : m_prefix + application.toUtf8() + KEY_SEPARATOR,
                          &revision);
     {
-        QMutexLocker locker(&m_mutex);
+        std::lock_guard<std::mutex> locker(m_mutex);
         ClearApplication(application);
         for (const EtcdKeyValue& kv : kvs) {
             ICfg::View view = ICfg::VIEW_Machine;
@@ -341,7 +340,7 @@ void CfgEtcdDocument::Write(const std::vector<Change>& changes)
             }
         }
         const qint64 revision = m_pClient->Commit(batch);
-        QMutexLocker locker(&m_mutex);
+        std::lock_guard<std::mutex> locker(m_mutex);
         for (size_t index = first; index < end; ++index) {
             const Change& change = changes[index];
             if (change.remove) {
@@ -361,7 +360,7 @@ void CfgEtcdDocument::OnEvents(const std::vector<EtcdEvent>& events, bool compac
         // The history is gone: read again what this process holds.
         QStringList held;
         {
-            QMutexLocker locker(&m_mutex);
+            std::lock_guard<std::mutex> locker(m_mutex);
             held = m_bAllLoaded ? QStringList{QString()} : m_loaded.keys();
         }
         for (const QString& application : held)
@@ -370,7 +369,7 @@ void CfgEtcdDocument::OnEvents(const std::vector<EtcdEvent>& events, bool compac
     }
     std::vector<std::pair<int, QString>> changed;
     {
-        QMutexLocker locker(&m_mutex);
+        std::lock_guard<std::mutex> locker(m_mutex);
         for (const EtcdEvent& event : events) {
             ICfg::View view = ICfg::VIEW_Machine;
             QStringList path;

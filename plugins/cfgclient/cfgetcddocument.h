@@ -5,7 +5,7 @@
 #include "configuration/icfg.h"
 
 #include <QHash>
-#include <QMutex>
+#include <mutex>
 #include <QObject>
 #include <QSet>
 #include <QStringList>
@@ -106,7 +106,7 @@ public:
     ~CfgEtcdDocument() override;
 
     EtcdClient& Client() const { return *m_pClient; }
-    QMutex& Mutex() const { return m_mutex; }
+    std::mutex& Mutex() const { return m_mutex; }
 
     /// (Re)loads one application, or every application for an empty name.
     void Load(const QString& application);
@@ -158,7 +158,7 @@ private:
 
     std::shared_ptr<EtcdClient> m_pClient;
     QByteArray m_prefix;
-    mutable QMutex m_mutex;
+    mutable std::mutex m_mutex;
     CfgEtcdElement m_views[5];
     QHash<QString, qint64> m_loaded; ///< application -> revision of its load
     bool m_bAllLoaded;

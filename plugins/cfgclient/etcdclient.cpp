@@ -6,7 +6,6 @@
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QMutexLocker>
 #include <QThread>
 
 #include <curl/curl.h>
@@ -118,19 +117,19 @@ void EtcdClient::SetTransportOptions(CURL* curl, const EtcdClientOptions& option
 
 QString EtcdClient::CurrentUrl()
 {
-    QMutexLocker locker(&m_mutex);
+    std::lock_guard<std::mutex> locker(m_mutex);
     return MemberUrl(m_options, m_options.members.value(m_nMember));
 }
 
 QByteArray EtcdClient::Token()
 {
-    QMutexLocker locker(&m_mutex);
+    std::lock_guard<std::mutex> locker(m_mutex);
     return m_token;
 }
 
 void EtcdClient::RenewToken()
 {
-    QMutexLocker locker(&m_mutex);
+    std::lock_guard<std::mutex> locker(m_mutex);
     if (!m_options.user.isEmpty())
         Authenticate("RenewToken");
 }
@@ -264,7 +263,7 @@ void EtcdClient::Authenticate(const char* operation)
 
 void EtcdClient::Connect(const QByteArray& prefix)
 {
-    QMutexLocker locker(&m_mutex);
+    std::lock_guard<std::mutex> locker(m_mutex);
     if (m_options.members.isEmpty())
         Fail(QStringLiteral("No member of the configuration service is configured."), "Connect", __LINE__);
     // Every member is tried once: an unreachable service is known after the
@@ -293,7 +292,7 @@ void EtcdClient::Connect(const QByteArray& prefix)
 
 std::vector<EtcdKeyValue> EtcdClient::Range(const QByteArray& prefix, qint64* revision)
 {
-    QMutexLocker locker(&m_mutex);
+    std::lock_guard<std::mutex> locker(m_mutex);
     QJsonObject body;
     body.insert(QStringLiteral("key"), Base64(prefix.isEmpty() ? QByteArray(1, '\0') : prefix));
     body.insert(QStringLiteral("range_end"), Base64(PrefixEnd(prefix)));
@@ -316,7 +315,7 @@ std::vector<EtcdKeyValue> EtcdClient::Range(const QByteArray& prefix, qint64* re
 
 qint64 EtcdClient::Put(const QByteArray& key, const QByteArray& value)
 {
-    QMutexLocker locker(&m_mutex);
+    std::lock_guard<std::mutex> locker(m_mutex);
     QJsonObject body;
     body.insert(QStringLiteral("key"), Base64(key));
     body.insert(QStringLiteral("value"), Base64(value));
@@ -327,7 +326,7 @@ qint64 EtcdClient::Commit(const std::vector<EtcdOperation>& operations)
 {
     if (operations.size() == 1 && operations.front().kind == EtcdOperation::Put)
         return Put(operations.front().key, operations.front().value);
-    QMutexLocker locker(&m_mutex);
+    std::lock_guard<std::mutex> locker(m_mutex);
     QJsonArray requests;
     for (const EtcdOperation& operation : operations) {
         QJsonObject request;

@@ -3,7 +3,7 @@
 
 #include <QByteArray>
 #include <QJsonObject>
-#include <QMutex>
+#include <mutex>
 #include <QString>
 #include <QStringList>
 
@@ -113,7 +113,7 @@ private:
     [[noreturn]] void Fail(const QString& message, const char* operation, int line) const;
 
     EtcdClientOptions m_options;
-    QMutex m_mutex;
+    std::mutex m_mutex;
     CURL* m_pCurl;
     char m_errorText[256];
     int m_nMember;
