@@ -173,6 +173,8 @@ bool EtcdClient::PostOnce(const QString& url, const QByteArray& body, int timeou
 
 QJsonObject EtcdClient::Post(const char* path, const QJsonObject& body, const char* operation)
 {
+    if (m_options.members.isEmpty())
+        Fail(QStringLiteral("No member of the configuration service is configured."), operation, __LINE__);
     const QByteArray bytes = QJsonDocument(body).toJson(QJsonDocument::Compact);
     m_bUnreachable = false;
     QElapsedTimer timer;

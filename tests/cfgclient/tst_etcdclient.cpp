@@ -297,6 +297,17 @@ private slots:
         QCOMPARE(helper.exitCode(), 255);
     }
 
+    void clientWithoutMembersSaysSo()
+    {
+        EtcdClient client{EtcdClientOptions()};
+        CompareKVException(CaughtKVException([&] { client.Put("zent/App/Machine", "{}"); }),
+                           QStringLiteral("No member of the configuration service is configured."), SOURCE, CLASS,
+                           QStringLiteral("Put"));
+        CompareKVException(CaughtKVException([&] { client.Connect("zent/"); }),
+                           QStringLiteral("No member of the configuration service is configured."), SOURCE, CLASS,
+                           QStringLiteral("Connect"));
+    }
+
     void refusedClientsWroteNothing()
     {
         for (const EtcdClientOptions& options : {Options(), Options(QStringLiteral("reader"), "wrong")}) {
