@@ -81,6 +81,7 @@ void EtcdWatcher::WatchOnce(const QString& url)
     }
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
     m_buffer.clear();
+    m_bReopen = false;
     curl_multi_add_handle(m_pMulti, curl);
     int running = 1;
     while (running && !m_stop.load()) {
@@ -101,7 +102,7 @@ size_t EtcdWatcher::Receive(char* data, size_t size, size_t count, void* self)
     if (watcher->m_stop.load())
         return 0; // ends the transfer
     watcher->Consume(QByteArray::fromRawData(data, int(size * count)));
-    return size * count;
+    return watcher->m_bReopen ? 0 : size * count;
 }
 
 // The gateway sends one JSON message per line.
@@ -132,7 +133,12 @@ void EtcdWatcher::HandleMessage(const QByteArray& line)
     const qint64 compactRevision = result.value(QLatin1String("compact_revision")).toString().toLongLong();
     if (compactRevision > 0) {
         m_nextRevision.store(compactRevision);
+        m_bReopen = true;
         m_handler({}, true);
+        return;
+    }
+    if (result.value(QLatin1String("canceled")).toBool()) {
+        m_bReopen = true;
         return;
     }
     std::vector<EtcdEvent> events;

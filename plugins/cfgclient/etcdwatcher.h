@@ -25,8 +25,8 @@ struct EtcdEvent
 /// fails) the watch is opened again, on the next member, from the revision
 /// after the last event seen, so nothing is lost and nothing is repeated.
 /// When etcd has compacted the history the watch needs, the handler is told
-/// (`compacted`) and the watch goes on from the current revision; the owner
-/// reloads what it keeps.
+/// (`compacted`) and a new stream goes on from the oldest revision etcd still
+/// holds; the owner reloads what it keeps.
 class EtcdWatcher
 {
 public:
@@ -51,6 +51,8 @@ private:
     Handler m_handler;
     CURLM* m_pMulti;
     std::atomic<bool> m_stop;
+    /// etcd ended this watch (compaction, cancellation): open a new stream.
+    bool m_bReopen = false;
     QByteArray m_buffer;
     std::thread m_thread;
 
