@@ -1,8 +1,7 @@
 // The configuration service's client as applications meet it: the real
 // libCfgClient.so loaded by the configuration centre in helper processes, on
-// real etcd servers started by the test, and its client configuration.
+// real etcd servers started by the test, and the cfgcopy and cfgdelete programs on it.
 #include "cfgclient/cfgclient.h"
-#include "cfgclient/etcdclientsettings.h"
 #include "configuration/cfgxml.h"
 #include "common/etcdserver.h"
 #include "common/kvexceptioncheck.h"
@@ -75,17 +74,6 @@ private:
 
     QString Document() const { return QStringLiteral("Server:") + m_etcd->Endpoint(); }
 
-    QString WriteFile(const QString& name, const QByteArray& bytes, QFileDevice::Permissions permissions)
-    {
-        const QString fileName = m_dir->filePath(name);
-        QFile file(fileName);
-        file.open(QIODevice::WriteOnly | QIODevice::Truncate);
-        file.write(bytes);
-        file.close();
-        file.setPermissions(permissions);
-        return fileName;
-    }
-
 private slots:
     void initTestCase()
     {
@@ -105,9 +93,6 @@ private slots:
             }
         }
         m_helpers.clear();
-        qunsetenv("ZENT_CFGCLIENT_CONFIG");
-        qunsetenv("ZENT_CFGCLIENT_MEMBERS");
-        qunsetenv("ZENT_CFGCLIENT_USER");
     }
 
     void cleanupTestCase() { m_etcd.reset(); }
@@ -230,63 +215,6 @@ private slots:
         QCOMPARE(m_etcd->Ctl({QStringLiteral("get"), QStringLiteral("--prefix"), QStringLiteral("--keys-only"),
                               QStringLiteral("zent/Tool/")}),
                  QString());
-    }
-
-    void clientConfigurationAddsMembersAndFiles()
-    {
-        const QString passwordFile =
-            WriteFile(QStringLiteral("secret"), "s3cr3t\n", QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-        const QString config = WriteFile(
-            QStringLiteral("cfgclient.conf"),
-            QStringLiteral("[etcd]\nmembers=\"a:1,b:2,first:4000\"\nca=/ca.pem\ncert=/c.pem\nkey=/k.pem\n"
-                           "user=zent\npasswordFile=%1\nconnectTimeoutMs=1500\nrequestTimeoutMs=4000\n")
-                .arg(passwordFile)
-                .toUtf8(),
-            QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-        qputenv("ZENT_CFGCLIENT_CONFIG", QFile::encodeName(config));
-        const EtcdClientOptions options = EtcdClientSettings::Load(QStringLiteral("first:4000"));
-        QCOMPARE(options.members, (QStringList{"first:4000", "a:1", "b:2"}));
-        QCOMPARE(options.caFile, QStringLiteral("/ca.pem"));
-        QCOMPARE(options.certFile, QStringLiteral("/c.pem"));
-        QCOMPARE(options.keyFile, QStringLiteral("/k.pem"));
-        QCOMPARE(options.user, QStringLiteral("zent"));
-        QCOMPARE(options.password, QByteArray("s3cr3t"));
-        QCOMPARE(options.connectTimeoutMs, 1500);
-        QCOMPARE(options.requestTimeoutMs, 4000);
-        QCOMPARE(options.UsesTls(), true);
-        qputenv("ZENT_CFGCLIENT_MEMBERS", "c:3");
-        qputenv("ZENT_CFGCLIENT_USER", "other");
-        const EtcdClientOptions overridden = EtcdClientSettings::Load(QStringLiteral("first:4000"));
-        QCOMPARE(overridden.members, (QStringList{"first:4000", "c:3"}));
-        QCOMPARE(overridden.user, QStringLiteral("other"));
-    }
-
-    void withoutClientConfigurationOnlyTheNamedMember()
-    {
-        qputenv("ZENT_CFGCLIENT_CONFIG", QFile::encodeName(m_dir->filePath(QStringLiteral("none.conf"))));
-        const EtcdClientOptions options = EtcdClientSettings::Load(QStringLiteral("h:4000"));
-        QCOMPARE(options.members, QStringList{QStringLiteral("h:4000")});
-        QCOMPARE(options.UsesTls(), false);
-        QCOMPARE(options.user, QString());
-        QCOMPARE(options.connectTimeoutMs, 3000);
-    }
-
-    void passwordFileReadableByOthersIsRefused()
-    {
-        const QString passwordFile = WriteFile(QStringLiteral("open-secret"), "s3cr3t\n",
-                                               QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                                   QFileDevice::ReadGroup | QFileDevice::ReadOther);
-        const QString config = WriteFile(QStringLiteral("open.conf"),
-                                         QStringLiteral("[etcd]\nuser=zent\npasswordFile=%1\n").arg(passwordFile).toUtf8(),
-                                         QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-        qputenv("ZENT_CFGCLIENT_CONFIG", QFile::encodeName(config));
-        CompareKVException(
-            CaughtKVException([] { EtcdClientSettings::Load(QStringLiteral("h:4000")); }),
-            QStringLiteral("The password file \"%1\" may be read or written by others; it must be readable by its "
-                           "owner only.")
-                .arg(passwordFile),
-            QStringLiteral("cfgclient/etcdclientsettings"), QStringLiteral("EtcdClientSettings"),
-            QStringLiteral("ReadPassword"));
     }
 };
 
