@@ -7,6 +7,22 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+/// Receives the document's signal in the test's thread (queued from the
+/// watch thread), where a QSignalSpy may record it.
+class Relay : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Relay(CfgEtcdDocument& document)
+    {
+        connect(&document, &CfgEtcdDocument::Changed, this, &Relay::Changed);
+    }
+
+signals:
+    void Changed(int view, const QString& key);
+};
+
 class tst_CfgEtcdDocument : public QObject
 {
     Q_OBJECT
@@ -62,7 +78,8 @@ private slots:
     {
         CfgEtcdDocument document(m_pClient);
         document.Load(QStringLiteral("Doc"));
-        QSignalSpy spy(&document, &CfgEtcdDocument::Changed);
+        Relay relay(document);
+        QSignalSpy spy(&relay, &Relay::Changed);
         CfgEtcdRecord record;
         record.text = QStringLiteral("mine");
         document.Write({{ICfg::VIEW_Machine, {"Doc", "Own"}, false, record}});
@@ -83,7 +100,8 @@ private slots:
     {
         CfgEtcdDocument document(m_pClient);
         document.Load(QStringLiteral("Opened"));
-        QSignalSpy spy(&document, &CfgEtcdDocument::Changed);
+        Relay relay(document);
+        QSignalSpy spy(&relay, &Relay::Changed);
         m_pClient->Put("zent/Elsewhere/Machine", "{}");
         m_pClient->Put("zent/Opened/Machine", "{}");
         QTRY_COMPARE_WITH_TIMEOUT(spy.count(), 1, 2000);
