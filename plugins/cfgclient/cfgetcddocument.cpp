@@ -287,11 +287,11 @@ void CfgEtcdDocument::ApplyPut(ICfg::View view, const QStringList& path, const C
 }
 
 void CfgEtcdDocument::CollectKeys(ICfg::View view, QStringList path, const CfgEtcdElement& element,
-                                  qint64 revision)
+                                  QList<QByteArray>* keys) const
 {
-    m_localRevisions.insert(Key(view, path), revision);
+    keys->append(Key(view, path));
     for (const auto& child : element.children)
-        CollectKeys(view, path + QStringList{child->name}, *child, revision);
+        CollectKeys(view, path + QStringList{child->name}, *child, keys);
 }
 
 void CfgEtcdDocument::ApplyRemove(ICfg::View view, const QStringList& path, qint64 revision, bool recordLocal)
@@ -303,7 +303,10 @@ void CfgEtcdDocument::ApplyRemove(ICfg::View view, const QStringList& path, qint
         return;
     }
     if (recordLocal) {
-        CollectKeys(view, path, *element, revision);
+        QList<QByteArray> keys;
+        CollectKeys(view, path, *element, &keys);
+        for (const QByteArray& key : qAsConst(keys))
+            m_localRevisions.insert(key, revision);
         Detach(element);
         return;
     }
@@ -339,8 +342,19 @@ void CfgEtcdDocument::Write(const std::vector<Change>& changes)
                 batch.push_back({EtcdOperation::Put, key, change.record.ToJson()});
             }
         }
-        const qint64 revision = m_pClient->Commit(batch);
+        const QList<QByteArray> inFlight = MarkInFlight(changes, first, end, batch);
+        qint64 revision = 0;
+        try {
+            revision = m_pClient->Commit(batch);
+        } catch (...) {
+            std::lock_guard<std::mutex> locker(m_mutex);
+            for (const QByteArray& key : inFlight)
+                m_inFlight.remove(key);
+            throw;
+        }
         std::lock_guard<std::mutex> locker(m_mutex);
+        for (const QByteArray& key : inFlight)
+            m_inFlight.remove(key);
         for (size_t index = first; index < end; ++index) {
             const Change& change = changes[index];
             if (change.remove) {
@@ -352,6 +366,40 @@ void CfgEtcdDocument::Write(const std::vector<Change>& changes)
         }
         first = end;
     }
+}
+
+QList<QByteArray> CfgEtcdDocument::MarkInFlight(const std::vector<Change>& changes, size_t first, size_t end,
+                                                const std::vector<EtcdOperation>& batch)
+{
+    std::lock_guard<std::mutex> locker(m_mutex);
+    QList<QByteArray> keys;
+    for (size_t index = first; index < end; ++index) {
+        const Change& change = changes[index];
+        if (!change.remove)
+            continue;
+        keys.append(Key(change.view, change.path));
+        if (const CfgEtcdElement* element = Find(change.view, change.path))
+            CollectKeys(change.view, change.path, *element, &keys);
+    }
+    for (const QByteArray& key : qAsConst(keys))
+        m_inFlight.insert(key, QByteArray());
+    for (const EtcdOperation& operation : batch) {
+        if (operation.kind == EtcdOperation::Put) {
+            m_inFlight.insert(operation.key, operation.value);
+            keys.append(operation.key);
+        }
+    }
+    return keys;
+}
+
+// An event of a write this process has not seen answered yet: the write
+// applies it itself.
+bool CfgEtcdDocument::IsOwnEcho(const EtcdEvent& event) const
+{
+    const auto flight = m_inFlight.constFind(event.kv.key);
+    if (flight == m_inFlight.constEnd())
+        return false;
+    return event.isDelete ? flight->isNull() : (!flight->isNull() && *flight == event.kv.value);
 }
 
 void CfgEtcdDocument::OnEvents(const std::vector<EtcdEvent>& events, bool compacted)
@@ -376,7 +424,7 @@ void CfgEtcdDocument::OnEvents(const std::vector<EtcdEvent>& events, bool compac
             if (!ParseKey(event.kv.key, &view, &path) || !IsHeld(path.first()))
                 continue;
             const qint64 loadedAt = qMax(m_nAllRevision, m_loaded.value(path.first(), 0));
-            if (event.kv.modRevision <= loadedAt)
+            if (event.kv.modRevision <= loadedAt || IsOwnEcho(event))
                 continue;
             const auto local = m_localRevisions.find(event.kv.key);
             if (local != m_localRevisions.end()) {

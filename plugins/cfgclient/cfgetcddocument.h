@@ -140,7 +140,8 @@ public:
 
 signals:
     /// Another process changed (or removed) the element `key` (backslash
-    /// path) in `view`. Emitted from the watch thread.
+    /// path) in `view`. Emitted from the watch thread: connect it with a
+    /// receiver object, so that the call is queued to the receiver's thread.
     void Changed(int view, const QString& key);
 
 private:
@@ -148,7 +149,10 @@ private:
     void ApplyPut(ICfg::View view, const QStringList& path, const CfgEtcdRecord& record, qint64 createRevision,
                   qint64 modRevision);
     void ApplyRemove(ICfg::View view, const QStringList& path, qint64 revision, bool recordLocal);
-    void CollectKeys(ICfg::View view, QStringList path, const CfgEtcdElement& element, qint64 revision);
+    void CollectKeys(ICfg::View view, QStringList path, const CfgEtcdElement& element, QList<QByteArray>* keys) const;
+    QList<QByteArray> MarkInFlight(const std::vector<Change>& changes, size_t first, size_t end,
+                                   const std::vector<EtcdOperation>& batch);
+    bool IsOwnEcho(const EtcdEvent& event) const;
     CfgEtcdElement* Materialise(ICfg::View view, const QStringList& path);
     void Insert(CfgEtcdElement* parent, std::unique_ptr<CfgEtcdElement> child);
     void Detach(CfgEtcdElement* element);
@@ -166,6 +170,9 @@ private:
     /// Keys this process changed, with the revision of the change: older
     /// events for them are stale.
     QHash<QByteArray, qint64> m_localRevisions;
+    /// Keys this process is writing right now, with what it writes (a null
+    /// value for a deletion): their events may come before the write's answer.
+    QHash<QByteArray, QByteArray> m_inFlight;
     std::unique_ptr<EtcdWatcher> m_pWatcher;
 };
 
