@@ -159,15 +159,21 @@ void CfgEtcd::AddTree(View view, const QStringList& path, const CfgEtcdElement& 
 
 QString CfgEtcd::GetStringImpl(QString name, QString defaultValue, View view)
 {
-    const QStringList path = name.isEmpty() ? m_keyParts : ValuePath(name);
+    // Repeated reads are answered by key, name and view until the cache changes.
+    const QString readKey = QString::number(view) + m_sKey + QChar(1) + name;
     std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
+    if (const std::optional<QString>* known = m_pDocument->CachedRead(readKey))
+        return known->has_value() ? **known : defaultValue;
+    const QStringList path = name.isEmpty() ? m_keyParts : ValuePath(name);
     if (!m_pDocument->IsLoaded(path)) {
         locker.unlock();
         m_pDocument->EnsureLoaded(path);
         locker.lock();
     }
     const CfgEtcdElement* element = path.isEmpty() ? nullptr : Find(view, path);
-    return element && element->text ? *element->text : defaultValue;
+    const std::optional<QString> text = element ? element->text : std::nullopt;
+    m_pDocument->RememberRead(readKey, text);
+    return text ? *text : defaultValue;
 }
 
 long CfgEtcd::GetIntegerImpl(QString name, long defaultValue, View view)

@@ -209,8 +209,20 @@ void CfgEtcdDocument::Load(const QString& application)
     }
 }
 
+const std::optional<QString>* CfgEtcdDocument::CachedRead(const QString& readKey) const
+{
+    const auto found = m_reads.constFind(readKey);
+    return found == m_reads.constEnd() ? nullptr : &found.value();
+}
+
+void CfgEtcdDocument::RememberRead(const QString& readKey, const std::optional<QString>& text)
+{
+    m_reads.insert(readKey, text);
+}
+
 void CfgEtcdDocument::ClearApplication(const QString& application)
 {
+    m_reads.clear();
     for (CfgEtcdElement& root : m_views) {
         if (application.isEmpty()) {
             root.children.clear();
@@ -264,6 +276,7 @@ CfgEtcdElement* CfgEtcdDocument::Materialise(ICfg::View view, const QStringList&
 void CfgEtcdDocument::ApplyPut(ICfg::View view, const QStringList& path, const CfgEtcdRecord& record,
                                qint64 createRevision, qint64 modRevision)
 {
+    m_reads.clear();
     CfgEtcdElement* element = Materialise(view, path);
     const qint64 order = record.order ? record.order : (element->stored ? element->order : createRevision);
     element->text = record.text;
@@ -296,6 +309,7 @@ void CfgEtcdDocument::CollectKeys(ICfg::View view, QStringList path, const CfgEt
 
 void CfgEtcdDocument::ApplyRemove(ICfg::View view, const QStringList& path, qint64 revision, bool recordLocal)
 {
+    m_reads.clear();
     CfgEtcdElement* element = Find(view, path);
     if (!element) {
         if (recordLocal)

@@ -135,6 +135,11 @@ public:
     /// Mutex() held.
     void Write(const std::vector<Change>& changes);
 
+    /// A text read before (absent: an empty optional) for `readKey`, while
+    /// nothing changed since; caller holds Mutex().
+    const std::optional<QString>* CachedRead(const QString& readKey) const;
+    void RememberRead(const QString& readKey, const std::optional<QString>& text);
+
     /// The etcd key of an element.
     QByteArray Key(ICfg::View view, const QStringList& path) const;
 
@@ -173,6 +178,8 @@ private:
     /// Keys this process is writing right now, with what it writes (a null
     /// value for a deletion): their events may come before the write's answer.
     QHash<QByteArray, QByteArray> m_inFlight;
+    /// Texts read since the last change of the cache, by object key, name and view.
+    QHash<QString, std::optional<QString>> m_reads;
     std::unique_ptr<EtcdWatcher> m_pWatcher;
 };
 
