@@ -13,6 +13,18 @@
 #include <memory>
 #include <vector>
 
+#include <signal.h>
+#include <sys/prctl.h>
+
+/// An etcd process that ends with the test: should the test process die
+/// without its destructors (an abort, a sanitizer's stop), the kernel sends
+/// the member SIGKILL.
+class EtcdProcess : public QProcess
+{
+protected:
+    void setupChildProcess() override { ::prctl(PR_SET_PDEATHSIG, SIGKILL); }
+};
+
 /// A free TCP port on 127.0.0.1 (bound once and released).
 inline quint16 FreeLoopbackPort()
 {
@@ -32,7 +44,7 @@ public:
         QString name;
         quint16 clientPort = 0;
         quint16 peerPort = 0;
-        std::unique_ptr<QProcess> process;
+        std::unique_ptr<EtcdProcess> process;
     };
 
     /// `extraArguments` go to every member (TLS and the like); `scheme` is
@@ -66,7 +78,7 @@ public:
         for (const Member& member : m_members)
             initial << QStringLiteral("%1=http://127.0.0.1:%2").arg(member.name).arg(member.peerPort);
         for (Member& member : m_members) {
-            member.process = std::make_unique<QProcess>();
+            member.process = std::make_unique<EtcdProcess>();
             member.process->setProcessChannelMode(QProcess::MergedChannels);
             member.process->setStandardOutputFile(QDir(m_sFolder).filePath(member.name + QStringLiteral(".log")));
             const QString client = QStringLiteral("%1://127.0.0.1:%2").arg(m_sScheme).arg(member.clientPort);
