@@ -11,7 +11,8 @@ CMAKE_FLAGS    ?=
 
 PACKAGES = cmake make g++ pkg-config qtbase5-dev qttools5-dev qttools5-dev-tools libqt5svg5-dev \
            libboost-dev libsqlite3-dev qttranslations5-l10n xvfb xauth x11-utils \
-           scdoc dpkg-dev lintian man-db
+           scdoc dpkg-dev lintian man-db \
+           libcurl4-openssl-dev etcd-server etcd-client
 # systemd-analyze checks the example service's unit file.
 PACKAGES += systemd
 BENCH_PACKAGES = libkf5config-dev
@@ -47,6 +48,10 @@ test: build
 
 demo: build
 	scripts/run-demo $(BUILD_DIR)
+
+.PHONY: demo-server
+demo-server: build
+	scripts/run-demo-server $(BUILD_DIR)
 
 test-asan: deps
 	cmake -S . -B $(ASAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DZENT_SANITIZE=address,undefined $(CMAKE_FLAGS)

@@ -32,6 +32,7 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME zentappstartup-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_HEARTBEAT_PACKAGE_NAME zentheartbeat)
 set(CPACK_DEBIAN_HEARTBEAT_PACKAGE_SECTION misc)
+set(CPACK_DEBIAN_CFGCLIENT_PACKAGE_NAME zentappstartup-cfgclient)
 
 set(CPACK_DEBIAN_KVBASE_DESCRIPTION "Zent base library
 KVBase gives the Zent applications their error reporting and tracing,
@@ -61,7 +62,13 @@ stopped; it shows a service built on the library's Service and Log classes,
 with readiness, status and watchdog reports to systemd.")
 
 set(CPACK_COMPONENT_RUNTIME_DEPENDS kvbase)
+set(CPACK_DEBIAN_CFGCLIENT_DESCRIPTION "configuration service client for ZentAppStartUp applications
+The CfgClient plug-in lets applications open their configuration on a shared
+configuration service (\"Server\" documents): an etcd cluster reached through
+its v3 API, with TLS and authentication, kept current by a watch.")
+
 set(CPACK_COMPONENT_HEARTBEAT_DEPENDS runtime kvbase)
+set(CPACK_COMPONENT_CFGCLIENT_DEPENDS runtime kvbase)
 set(CPACK_COMPONENT_DEV_DEPENDS runtime kvbase)
 set(CPACK_COMPONENT_TOOLS_DEPENDS runtime kvbase)
 # The headers need Qt's and Boost's development files to be of use.

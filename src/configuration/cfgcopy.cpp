@@ -24,6 +24,9 @@ void CreateMissingDestinationFile(const QString& type)
 {
     // The prefix is stripped whatever the type; for a type without a file
     // ("Registry") the rest names a stray empty document, as it always has.
+    // A configuration service names a host, never a file.
+    if (type == QLatin1String("Server") || type.startsWith(QLatin1String("Server:")))
+        return;
     const QString fileName = type.mid(TYPE_PREFIX_LENGTH);
     if (fileName.isEmpty() || QFile::exists(fileName))
         return;

@@ -54,6 +54,16 @@ void RememberDlError(unsigned long code)
     t_lastErrorText = text ? QString::fromLocal8Bit(text) : QString();
 }
 
+// Plug-ins installed with the product live in <libdir>/zent/plugins, found
+// from this library's own place, so that a relocated install finds its own.
+QString InstalledPluginDir()
+{
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(&RememberDlError), &info) == 0 || !info.dli_fname)
+        return QString();
+    return QFileInfo(QFile::decodeName(info.dli_fname)).absolutePath() + QStringLiteral("/zent/plugins");
+}
+
 QStringList LibraryCandidates(const QString& fileName)
 {
     // Plug-ins keep their Windows names in configurations ("FolderPane.dll");
@@ -70,6 +80,7 @@ QStringList LibraryCandidates(const QString& fileName)
     }
     QStringList candidates;
     const QString appDir = QCoreApplication::instance() ? QCoreApplication::applicationDirPath() : QString();
+    const QString pluginDir = InstalledPluginDir();
     for (const QString& name : qAsConst(names)) {
         if (QFileInfo(name).isAbsolute()) {
             candidates << name;
@@ -77,6 +88,8 @@ QStringList LibraryCandidates(const QString& fileName)
         }
         if (!appDir.isEmpty())
             candidates << appDir + QLatin1Char('/') + name;
+        if (!pluginDir.isEmpty())
+            candidates << pluginDir + QLatin1Char('/') + name;
         // A bare name goes to the loader's search path. The loader takes a
         // name with a folder in it ("sub/x.so", "./x.so") from the working
         // directory, where anybody may have put it: never.

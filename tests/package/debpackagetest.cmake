@@ -27,7 +27,8 @@ file(REMOVE_RECURSE ${WORK_DIR})
 file(MAKE_DIRECTORY ${debs} ${root})
 
 run_step("cpack" cpack -G DEB -B ${debs} --config ${BUILD_DIR}/CPackConfig.cmake)
-set(expected libkvbase1 libzentappstartup1 libzentappstartup-dev zentappstartup-tools zentheartbeat)
+set(expected libkvbase1 libzentappstartup1 libzentappstartup-dev zentappstartup-tools zentheartbeat
+    zentappstartup-cfgclient)
 foreach(package IN LISTS expected)
     file(GLOB deb ${debs}/${package}_${VERSION}_*.deb)
     if(NOT deb)
