@@ -23,7 +23,8 @@ class ThreadSwitchingHandler;
 class ZENTAPPSTARTUP_EXPORT RunInMainThreadEvent_Impl : public QEvent, public SafeThreadSwitchingListener
 {
 public:
-    /// The event type; a fixed number, not registered with Qt.
+    /// The event type; a fixed number, not registered with Qt. Qt 5 keeps
+    /// types in 16 bits, so events carry it as 35463 (100999 - 65536).
     static constexpr int EVENT_TYPE = 100999;
 
     explicit RunInMainThreadEvent_Impl(ThreadSwitchingHandler* handler);
