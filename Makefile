@@ -10,7 +10,8 @@ JOBS           ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_FLAGS    ?=
 
 PACKAGES = cmake make g++ pkg-config qtbase5-dev qttools5-dev qttools5-dev-tools libqt5svg5-dev \
-           libboost-dev libsqlite3-dev qttranslations5-l10n xvfb xauth x11-utils
+           libboost-dev libsqlite3-dev qttranslations5-l10n xvfb xauth x11-utils \
+           libxcb1-dev
 BENCH_PACKAGES = libkf5config-dev
 FUZZ_PACKAGES  = clang libclang-rt-14-dev
 

@@ -20,14 +20,16 @@ class QWidget;
 class KVBASE_EXPORT ZentOS
 {
 public:
-    /// Placement of a top-level window; state: 0 normal, 1 minimised, 2 maximised.
+    /// Placement of a process's main window: its edges on the screen and
+    /// its show state, numbered as on Windows (1 normal, 2 minimised,
+    /// 3 maximised); -1 when unknown.
     struct WindowPlacement
     {
-        int x = -1;
-        int y = -1;
-        int width = -1;
-        int height = -1;
-        int state = -1;
+        int left = -1;
+        int top = -1;
+        int right = -1;
+        int bottom = -1;
+        int showState = -1;
     };
 
     /// The process's instance, made on first use.
@@ -73,7 +75,7 @@ public:
     // Environment and folders.
     /// The variable's value in the process's 8-bit encoding; nullptr when unset.
     virtual const char* GetEnvironmentVar(const char* name) const;
-    /// The folder of the system's programs.
+    /// The folder of the system's shared libraries (on Windows, System32).
     virtual std::wstring GetSystemDir() const;
     /// The temporary folder, without a trailing separator.
     virtual std::wstring GetTempDir() const;
@@ -81,7 +83,10 @@ public:
     virtual QString GetProductDir() const;
 
     // Processes and windows.
+    /// The placement of the main window of the process `processId`; false
+    /// (and `placement` untouched) when there is no such window or no display.
     virtual bool GetWindowPlacement(qint64 processId, WindowPlacement& placement) const;
+    /// Moves, resizes and shows the process's main window as `placement` says.
     virtual bool SetWindowPlacement(qint64 processId, const WindowPlacement& placement);
     /// Starts a program without a window; `result` receives its process id.
     virtual bool StartHiddenLegacyProgram(const std::u16string& program, const std::u16string& params,
