@@ -149,8 +149,6 @@ private slots:
         Target target;
         // Two events wait in Qt's queue, three in the posting queue, two of
         // them with blocking callers.
-        ZENT_THREAD_SWITCHING_HANDLER(true, false)->RunInMainThread(&target, &Target::Call1, 100);
-        ZENT_THREAD_SWITCHING_HANDLER(true, false)->RunInMainThread(&target, &Target::Call1, 101);
         ThreadSwitchingAdministration::stopPostingThread();
         SendFromWorker(&target, 1);
         std::atomic<int> returned{0};
@@ -162,6 +160,9 @@ private slots:
             });
         QVERIFY(SpinUntil([] { return EventPostingThread::pendingEventCount() == 3; }));
         QCOMPARE(returned.load(), 0);
+        // Posted after the loop above stopped dispatching, so Qt still holds them.
+        ZENT_THREAD_SWITCHING_HANDLER(true, false)->RunInMainThread(&target, &Target::Call1, 100);
+        ZENT_THREAD_SWITCHING_HANDLER(true, false)->RunInMainThread(&target, &Target::Call1, 101);
 
         QElapsedTimer timer;
         timer.start();
