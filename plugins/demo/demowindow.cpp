@@ -1,4 +1,5 @@
 #include "demowindow.h"
+#include "threadingdemo.h"
 
 #include "application/translationcenter.h"
 #include "application/zentapplication.h"
@@ -53,6 +54,7 @@ DemoWindow::DemoWindow(const QString& configKey, QWidget* parent)
     layout->addWidget(CreateStartupGroup());
     layout->addWidget(CreateConfigurationGroup(), 1);
     layout->addWidget(CreateSettingsGroup());
+    layout->addWidget(new ThreadingDemo);
     setCentralWidget(central);
     resize(620, 560);
     ReadSettings();
