@@ -54,9 +54,12 @@ private slots:
 
     void liveObjectAcceptsListener()
     {
-        Tracked object;
         CountingListener listener;
-        QCOMPARE(SafeThreadSwitchingBase::addListenerIfValid(&object, &listener), true);
+        {
+            Tracked object;
+            QCOMPARE(SafeThreadSwitchingBase::addListenerIfValid(&object, &listener), true);
+        }
+        QCOMPARE(listener.count(), 1);
     }
 
     void pointerNeverConstructedIsRefused()

@@ -67,7 +67,7 @@ public:
     }
     void Call(int worker, int sequence)
     {
-        if (m_magic != ALIVE || !m_ledger->live.count(this) || QThread::currentThread() != qApp->thread())
+        if (m_magic != ALIVE || !m_ledger->live.count(this) || QThread::currentThread() != QCoreApplication::instance()->thread())
             ++m_ledger->onDeadObject;
         if (sequence <= m_ledger->lastSequence[worker])
             ++m_ledger->outOfOrder;
