@@ -35,13 +35,16 @@ bool SafeThreadSwitchingBase::addListenerIfValid(SafeThreadSwitchingBase* object
 void SafeThreadSwitchingBase::removeListener(SafeThreadSwitchingListener* listener)
 {
     QMutexLocker locker(&m_listenerMutex);
-    m_listeners.remove(listener);
+    const auto positions = m_listenerPositions.equal_range(listener);
+    for (auto position = positions.first; position != positions.second; ++position)
+        m_listeners.erase(position->second);
+    m_listenerPositions.erase(positions.first, positions.second);
 }
 
 void SafeThreadSwitchingBase::addListener(SafeThreadSwitchingListener* listener)
 {
     QMutexLocker locker(&m_listenerMutex);
-    m_listeners.push_back(listener);
+    m_listenerPositions.emplace(listener, m_listeners.insert(m_listeners.end(), listener));
 }
 
 void SafeThreadSwitchingBase::notifyListeners()

@@ -7,6 +7,7 @@
 
 #include <list>
 #include <set>
+#include <unordered_map>
 
 namespace ThreadingHelper {
 
@@ -47,7 +48,11 @@ private:
     static void registerSafeObject(SafeThreadSwitchingBase* object);
     static void unregisterSafeObject(SafeThreadSwitchingBase* object);
 
-    std::list<SafeThreadSwitchingListener*> m_listeners;
+    using ListenerList = std::list<SafeThreadSwitchingListener*>;
+    ListenerList m_listeners;
+    // Where each listener stands in the list: an object with thousands of
+    // pending calls removes each finished one without walking the list.
+    std::unordered_multimap<SafeThreadSwitchingListener*, ListenerList::iterator> m_listenerPositions;
     QMutex m_listenerMutex;
 
     static std::set<SafeThreadSwitchingBase*> s_validObjects;
