@@ -10,6 +10,7 @@ target_compile_definitions(tst_processhandler PRIVATE
 add_dependencies(tst_processhandler processhandler_argvhelper)
 
 zent_add_qtest(windowscommandline SOURCES tst_windowscommandline.cpp)
+zent_add_qtest(processoutputhandler SOURCES tst_processoutputhandler.cpp)
 
 add_executable(tst_processhandlerwindows tst_processhandlerwindows.cpp)
 target_link_libraries(tst_processhandlerwindows PRIVATE ZentAppStartUp KVBase Qt5::Test)

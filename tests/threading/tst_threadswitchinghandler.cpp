@@ -79,6 +79,25 @@ private slots:
         QCOMPARE(traces.Texts(), QStringList());
     }
 
+    void wrapperBindsZeroToFiveArguments()
+    {
+        Target target;
+        auto handler = ZENT_THREAD_SWITCHING_HANDLER(false, true);
+        handler->RunInMainThread(&target, &Target::Call0);
+        QCOMPARE(target.last(), QStringLiteral("0"));
+        handler->RunInMainThread(&target, &Target::Call1, 1);
+        QCOMPARE(target.last(), QStringLiteral("1"));
+        handler->RunInMainThread(&target, &Target::Call2, 1, QStringLiteral("b"));
+        QCOMPARE(target.last(), QStringLiteral("1 b"));
+        handler->RunInMainThread(&target, &Target::Call3, 1, QStringLiteral("b"), 2.5);
+        QCOMPARE(target.last(), QStringLiteral("1 b 2.5"));
+        handler->RunInMainThread(&target, &Target::Call4, 1, QStringLiteral("b"), 2.5, 'd');
+        QCOMPARE(target.last(), QStringLiteral("1 b 2.5 d"));
+        handler->RunInMainThread(&target, &Target::Call5, 1, QStringLiteral("b"), 2.5, 'd', QStringList{"e", "f"});
+        QCOMPARE(target.last(), QStringLiteral("1 b 2.5 d e+f"));
+        QCOMPARE(target.calls(), 6);
+    }
+
     void unknownMainThreadRunsInTheCallingThread()
     {
         NoMainThreadOS os;
