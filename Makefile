@@ -12,7 +12,8 @@ CMAKE_FLAGS    ?=
 PACKAGES = cmake make g++ pkg-config qtbase5-dev qttools5-dev qttools5-dev-tools libqt5svg5-dev \
            libboost-dev libsqlite3-dev qttranslations5-l10n xvfb xauth x11-utils \
            scdoc dpkg-dev lintian man-db \
-           libcurl4-openssl-dev etcd-server etcd-client
+           libcurl4-openssl-dev etcd-server etcd-client \
+           libxcb1-dev
 # systemd-analyze checks the example service's unit file.
 PACKAGES += systemd
 BENCH_PACKAGES = libkf5config-dev

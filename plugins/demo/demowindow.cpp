@@ -1,4 +1,5 @@
 #include "demowindow.h"
+#include "threadingdemo.h"
 
 #include "democonfigurationsmenu.h"
 
@@ -56,6 +57,7 @@ DemoWindow::DemoWindow(const QString& configKey, QWidget* parent)
     layout->addWidget(CreateStartupGroup());
     layout->addWidget(CreateConfigurationGroup(), 1);
     layout->addWidget(CreateSettingsGroup());
+    layout->addWidget(new ThreadingDemo);
     setCentralWidget(central);
     auto* configurations =
         new DemoConfigurationsMenu([this] { WriteSettings(); }, [this] { ReadSettings(); }, this);

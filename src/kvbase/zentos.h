@@ -23,19 +23,21 @@ class QWidget;
 class KVBASE_EXPORT ZentOS
 {
 public:
-    /// Placement of a top-level window; state: 0 normal, 1 minimised, 2 maximised.
+    /// Placement of a process's main window: its edges on the screen and
+    /// its show state, numbered as on Windows (1 normal, 2 minimised,
+    /// 3 maximised); -1 when unknown.
     struct WindowPlacement
     {
-        /// Left edge; -1 when unknown.
-        int x = -1;
-        /// Top edge; -1 when unknown.
-        int y = -1;
-        /// Width in pixels; -1 when unknown.
-        int width = -1;
-        /// Height in pixels; -1 when unknown.
-        int height = -1;
-        /// 0 normal, 1 minimised, 2 maximised; -1 when unknown.
-        int state = -1;
+        /// Left edge in pixels; -1 when unknown.
+        int left = -1;
+        /// Top edge in pixels; -1 when unknown.
+        int top = -1;
+        /// Right edge in pixels; -1 when unknown.
+        int right = -1;
+        /// Bottom edge in pixels; -1 when unknown.
+        int bottom = -1;
+        /// 1 normal, 2 minimised, 3 maximised; -1 when unknown.
+        int showState = -1;
     };
 
     /// The process's instance, made on first use.
@@ -90,7 +92,7 @@ public:
     // Environment and folders.
     /// The variable's value in the process's 8-bit encoding; nullptr when unset.
     virtual const char* GetEnvironmentVar(const char* name) const;
-    /// The folder of the system's programs.
+    /// The folder of the system's shared libraries (on Windows, System32).
     virtual std::wstring GetSystemDir() const;
     /// The temporary folder, without a trailing separator.
     virtual std::wstring GetTempDir() const;
@@ -98,12 +100,10 @@ public:
     virtual QString GetProductDir() const;
 
     // Processes and windows.
-    /// Reads the placement of the main window of the process `processId`;
-    /// false, leaving `placement` as it was, when the system cannot tell (on
-    /// Linux always: window managers place foreign windows).
+    /// The placement of the main window of the process `processId`; false
+    /// (and `placement` untouched) when there is no such window or no display.
     virtual bool GetWindowPlacement(qint64 processId, WindowPlacement& placement) const;
-    /// Places the main window of the process `processId`; false when the
-    /// system does not allow it (on Linux always).
+    /// Moves, resizes and shows the process's main window as `placement` says.
     virtual bool SetWindowPlacement(qint64 processId, const WindowPlacement& placement);
     /// Starts a program without a window; `result` receives its process id.
     virtual bool StartHiddenLegacyProgram(const std::u16string& program, const std::u16string& params,

@@ -2,6 +2,7 @@
 // fsync for durability, the desktop's opener for showing files, flock and
 // local sockets for single instances, timerfd for changes of the clock.
 #include "kvbase/zentos.h"
+#include "kvbase/zentoswindowplacement_p.h"
 
 #include "kvbase/errorhandler.h"
 
@@ -195,7 +196,12 @@ const char* ZentOS::GetTrustedEnvironmentVar(const char* name) const
 
 std::wstring ZentOS::GetSystemDir() const
 {
-    return std::wstring(L"/usr/bin");
+    // Where the C library was loaded from: the system's own library folder
+    // ("/usr/lib/x86_64-linux-gnu" on Debian), as System32 is on Windows.
+    Dl_info info = {};
+    if (!dladdr(reinterpret_cast<void*>(&::getpid), &info) || !info.dli_fname)
+        return std::wstring(L"/usr/lib");
+    return QFileInfo(QFile::decodeName(info.dli_fname)).canonicalPath().toStdWString();
 }
 
 std::wstring ZentOS::GetTempDir() const
@@ -218,17 +224,19 @@ QString ZentOS::GetProductDir() const
     return QFileInfo(installed).isDir() ? QDir::cleanPath(installed) : QString();
 }
 
-bool ZentOS::GetWindowPlacement(qint64, WindowPlacement&) const
+bool ZentOS::GetWindowPlacement(qint64 processId, WindowPlacement& placement) const
 {
-    // Neither Wayland nor a plain X11 session lets one process read another's
-    // window placement reliably; callers keep their "unknown" (-1) values.
-    return false;
+    int values[5];
+    if (!ZentWindowPlacement::Get(processId, values))
+        return false;
+    placement = WindowPlacement{values[0], values[1], values[2], values[3], values[4]};
+    return true;
 }
 
-bool ZentOS::SetWindowPlacement(qint64, const WindowPlacement&)
+bool ZentOS::SetWindowPlacement(qint64 processId, const WindowPlacement& placement)
 {
-    // See GetWindowPlacement: the window manager places foreign windows here.
-    return false;
+    const int values[5] = {placement.left, placement.top, placement.right, placement.bottom, placement.showState};
+    return ZentWindowPlacement::Set(processId, values);
 }
 
 bool ZentOS::StartHiddenLegacyProgram(const std::u16string& program, const std::u16string& params,

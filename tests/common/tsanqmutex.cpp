@@ -1,4 +1,4 @@
-// Makes QMutex visible to ThreadSanitizer.
+// Makes QMutex (and waiting on a QWaitCondition with it) visible to ThreadSanitizer.
 //
 // Qt 5 is not built with ThreadSanitizer, and its mutexes wait on futexes,
 // which the sanitizer does not see as synchronisation: every access guarded
@@ -10,7 +10,9 @@
 
 #if defined(__SANITIZE_THREAD__)
 
+#include <QDeadlineTimer>
 #include <QMutex>
+#include <QWaitCondition>
 
 #include <dlfcn.h>
 
@@ -47,6 +49,29 @@ void QMutex::unlock() noexcept
     static const auto qtUnlock = QtFunction<void (*)(QMutex*)>("_ZN6QMutex6unlockEv");
     __tsan_release(this);
     qtUnlock(this);
+}
+
+// A wait releases the mutex and takes it again inside Qt, unseen; the
+// wrappers announce both, so what the waker wrote under the mutex is seen
+// as written before the waiter reads it.
+bool QWaitCondition::wait(QMutex* lockedMutex, QDeadlineTimer deadline)
+{
+    static const auto qtWait =
+        QtFunction<bool (*)(QWaitCondition*, QMutex*, QDeadlineTimer)>("_ZN14QWaitCondition4waitEP6QMutex14QDeadlineTimer");
+    __tsan_release(lockedMutex);
+    const bool woken = qtWait(this, lockedMutex, deadline);
+    __tsan_acquire(lockedMutex);
+    return woken;
+}
+
+bool QWaitCondition::wait(QMutex* lockedMutex, unsigned long time)
+{
+    static const auto qtWait =
+        QtFunction<bool (*)(QWaitCondition*, QMutex*, unsigned long)>("_ZN14QWaitCondition4waitEP6QMutexm");
+    __tsan_release(lockedMutex);
+    const bool woken = qtWait(this, lockedMutex, time);
+    __tsan_acquire(lockedMutex);
+    return woken;
 }
 
 #endif

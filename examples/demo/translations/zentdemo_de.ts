@@ -210,4 +210,43 @@
         <translation>&quot;%1&quot; kann keine Konfiguration benennen: erlaubt sind Buchstaben, Ziffern, &quot;_&quot;, &quot;-&quot; und &quot;.&quot;.</translation>
     </message>
 </context>
+<context>
+    <name>ThreadingDemo</name>
+    <message>
+        <source>Threads and programs</source>
+        <translation>Threads und Programme</translation>
+    </message>
+    <message>
+        <source>Waiting for the worker thread</source>
+        <translation>Warte auf den Arbeits-Thread</translation>
+    </message>
+    <message>
+        <source>Worker thread:</source>
+        <translation>Arbeits-Thread:</translation>
+    </message>
+    <message>
+        <source>Start</source>
+        <translation>Starten</translation>
+    </message>
+    <message>
+        <source>Program:</source>
+        <translation>Programm:</translation>
+    </message>
+    <message>
+        <source>No program started</source>
+        <translation>Kein Programm gestartet</translation>
+    </message>
+    <message>
+        <source>%1 (blocking calls: %2, non-blocking calls: %3)</source>
+        <translation>%1 (blockierende Aufrufe: %2, nicht blockierende Aufrufe: %3)</translation>
+    </message>
+    <message>
+        <source>Started %1 (process %2)</source>
+        <translation>%1 gestartet (Prozess %2)</translation>
+    </message>
+    <message>
+        <source>Could not start %1</source>
+        <translation>%1 konnte nicht gestartet werden</translation>
+    </message>
+</context>
 </TS>

@@ -1,0 +1,12 @@
+#ifndef THREADING_THREADINGHELPER_H
+#define THREADING_THREADINGHELPER_H
+
+// Everything an application needs to have calls run in the main thread.
+#include "threading/executionstatemanager.h"
+#include "threading/runinmainthreadevent.h"
+#include "threading/safethreadswitchingbase.h"
+#include "threading/threadswitchingadministration.h"
+#include "threading/threadswitchinghandler.h"
+#include "threading/threadswitchinghandler_templatewrapper.h"
+
+#endif
