@@ -1,3 +1,5 @@
+/// \file
+/// Log: a minimal static line log to one text file.
 #ifndef APPLICATION_LOG_H
 #define APPLICATION_LOG_H
 

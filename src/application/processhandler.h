@@ -1,3 +1,5 @@
+/// \file
+/// ProcessHandler: starts and supervises external programs.
 #ifndef APPLICATION_PROCESSHANDLER_H
 #define APPLICATION_PROCESSHANDLER_H
 
@@ -20,10 +22,15 @@ class ProcessOutputHandler;
 /// show state (1 normal, 2 minimised, 3 maximised); all -1 when unknown.
 struct WinPosition
 {
+    /// Left edge in pixels; -1 when unknown.
     qint32 left = -1;
+    /// Top edge in pixels; -1 when unknown.
     qint32 top = -1;
+    /// Right edge in pixels; -1 when unknown.
     qint32 right = -1;
+    /// Bottom edge in pixels; -1 when unknown.
     qint32 bottom = -1;
+    /// 1 normal, 2 minimised, 3 maximised; -1 when unknown.
     qint32 showState = -1;
 };
 
@@ -34,6 +41,8 @@ struct WinPosition
 class ZENTAPPSTARTUP_EXPORT ProcessHandler : public IAbstractTerminationTarget
 {
 public:
+    /// The one handler, made on first use (from any thread) and destroyed
+    /// at process exit; it is on the termination centre's list.
     static ProcessHandler& Instance();
     /// Exported for compatibility; Instance() does not use it.
     static ProcessHandler* s_pInstance;
@@ -54,13 +63,22 @@ public:
     int StartHiddenLegacyProgram(const QString& program, const QString& params);
     /// Asks the process to end; always true. `name` is not used.
     bool TerminateProcess(QProcess* process, const QString& name);
+    /// False for null or a process that is not running; true while it
+    /// starts or runs.
     bool IsProcessAlive(QProcess* process);
+    /// The placement of the process's main window; all -1 for null, a
+    /// process without a process id, or when the system cannot tell (no
+    /// such window, no display).
     WinPosition GetWindowPositions(QProcess* process);
+    /// Moves, resizes and shows the process's main window as `position`
+    /// says; nothing for null or a process without a process id. (The name
+    /// is spelled so.)
     void SetWindowPositons(WinPosition position, QProcess* process);
     /// The variable's value; a null string when it is not set.
     QString GetEnvironmentVar(const std::string& name);
     /// The system's library folder with the native separator appended.
     QString GetSystemDir();
+    /// The system's temporary folder, without a separator appended.
     QString GetTempDir();
 
     /// Deletes the output handlers and the tracked processes that still exist.

@@ -1,3 +1,5 @@
+/// \file
+/// Service: the base of programs that run as a system service.
 #ifndef APPLICATION_SERVICE_H
 #define APPLICATION_SERVICE_H
 
@@ -20,6 +22,7 @@ public:
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
+    /// The service's name, as given to the constructor.
     QString Name() const;
 
     /// Runs the service until it has stopped and the service manager has
@@ -32,11 +35,19 @@ public:
 
     /// Reports the service started and, when that succeeded, calls OnStart.
     void Start(const QStringList& args);
+    /// Calls OnStop. The service manager's stop control arrives here, on
+    /// the thread that called Exec, before the stopped state is reported.
     void Stop();
+    /// Calls OnPause. Pause is not among the controls offered to the
+    /// service manager, so only the program itself calls this.
     void Pause();
+    /// Calls OnContinue. Like pause, continue is not offered to the service
+    /// manager, so only the program itself calls this.
     void Continue();
 
 protected:
+    /// A service named `name`, with the platform's implementation behind it.
+    /// The newest Service of a process is the one the service manager serves.
     explicit Service(QString name);
 
     /// True while the service is reported running.

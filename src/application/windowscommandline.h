@@ -1,3 +1,5 @@
+/// \file
+/// WindowsCommandLine: how a Windows program receives its command line.
 #ifndef APPLICATION_WINDOWSCOMMANDLINE_H
 #define APPLICATION_WINDOWSCOMMANDLINE_H
 

@@ -176,12 +176,18 @@ public:
     // Files on a shared machine: nothing is created or written through a link
     // that another user planted, and nothing is read that is not a plain file.
     // Modes are the Unix permission bits (0600); they are set exactly, whatever the umask.
+    /// The outcome of ReadRegularFile(); the bytes are empty unless Read.
     enum class ReadResult
     {
+        /// The whole file was read.
         Read,
+        /// Nothing has that name.
         Missing,
+        /// Not a regular file (a pipe, a device, a socket); left unread.
         NotRegular,
+        /// Larger than the limit, or grew beyond it while being read.
         TooLarge,
+        /// Any other failure: no permission, a folder, a read error.
         Failed
     };
     /// Creates `fileName` afresh and opens `file` on it for writing. Fails

@@ -1,3 +1,5 @@
+/// \file
+/// EventPostingThread: the thread that hands worker threads' calls on to the main thread.
 #ifndef THREADING_EVENTPOSTINGTHREAD_H
 #define THREADING_EVENTPOSTINGTHREAD_H
 
@@ -41,6 +43,11 @@ public:
     void aboutToTerminate() override;
 
 protected:
+    /// The thread's loop: sleeps while the pending queue is empty, then
+    /// posts the queued events to EventReceiver in the order they were
+    /// enqueued. Ends at the first wake-up after a stop request and puts
+    /// the events it had taken but not posted back at the queue's front.
+    /// Runs on the posting thread.
     void run() override;
 
 private:

@@ -1,3 +1,5 @@
+/// \file
+/// SafeThreadSwitchingBase: objects whose deletion cancels the calls queued for them.
 #ifndef THREADING_SAFETHREADSWITCHINGBASE_H
 #define THREADING_SAFETHREADSWITCHINGBASE_H
 
@@ -30,7 +32,10 @@ protected:
 class ZENTAPPSTARTUP_EXPORT SafeThreadSwitchingBase
 {
 public:
+    /// Enters the object in the set of valid objects.
     SafeThreadSwitchingBase();
+    /// Leaves the set of valid objects first, then tells every listener;
+    /// the listeners are not owned and not deleted.
     virtual ~SafeThreadSwitchingBase();
     SafeThreadSwitchingBase(const SafeThreadSwitchingBase&) = delete;
     SafeThreadSwitchingBase& operator=(const SafeThreadSwitchingBase&) = delete;

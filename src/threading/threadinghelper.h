@@ -1,7 +1,8 @@
+/// \file
+/// Everything an application needs to have calls run in the main thread.
 #ifndef THREADING_THREADINGHELPER_H
 #define THREADING_THREADINGHELPER_H
 
-// Everything an application needs to have calls run in the main thread.
 #include "threading/executionstatemanager.h"
 #include "threading/runinmainthreadevent.h"
 #include "threading/safethreadswitchingbase.h"

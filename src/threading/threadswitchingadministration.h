@@ -1,3 +1,5 @@
+/// \file
+/// ThreadSwitchingAdministration: the control surface of thread switching, and ZENT_THREAD_SWITCHING_HANDLER.
 #ifndef THREADING_THREADSWITCHINGADMINISTRATION_H
 #define THREADING_THREADSWITCHINGADMINISTRATION_H
 
@@ -21,11 +23,23 @@ public:
 
     /// Whether worker threads go through the event posting thread (the default).
     static void setEnableNonBlockingEventPosting(bool enable);
+    /// Whether events may run at all (default true); false refuses every
+    /// event. See RunInMainThreadEvent_Impl::setExecuteAllowed().
     static void setExecuteEventsAllowed(bool allowed);
+    /// Whether dispatched events run (default true); false leaves them
+    /// Pending until they are deleted. See
+    /// RunInMainThreadEvent_Impl::setExecuteOnDispatchAllowed().
     static void setExecuteEventsOnDispatchAllowed(bool allowed);
+    /// Whether events deleted undelivered still run, in the deleting thread
+    /// (default false). See RunInMainThreadEvent_Impl::setExecuteOnDeletionAllowed().
     static void setExecuteEventsOnDeletionAllowed(bool allowed);
 
+    /// Clears a stop request and starts the event posting thread unless it
+    /// runs; does nothing once the application is terminating.
     static void startPostingThread();
+    /// Asks the event posting thread to end at its next wake-up; it is not
+    /// woken. Events enqueued meanwhile wait until a later start and enqueue,
+    /// or until termination. Does nothing once the application is terminating.
     static void stopPostingThread();
 
     /// Deletes the events not yet handed to Qt, under the current switches.
@@ -34,6 +48,7 @@ public:
     static void deleteAllNotPostedEvents(bool executeOnDeletion);
     /// Deletes the events waiting in Qt's queue for the receiver, undelivered.
     static void deleteAllPostedEvents();
+    /// The same, with execution on deletion set to `executeOnDeletion` meanwhile.
     static void deleteAllPostedEvents(bool executeOnDeletion);
 };
 

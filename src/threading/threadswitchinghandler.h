@@ -1,3 +1,5 @@
+/// \file
+/// ThreadSwitchingHandler: hands packed calls to the main thread.
 #ifndef THREADING_THREADSWITCHINGHANDLER_H
 #define THREADING_THREADSWITCHINGHANDLER_H
 
@@ -20,8 +22,15 @@ public:
     /// `file` and `line` name the caller (the compiler's __FILE__ and __LINE__).
     ThreadSwitchingHandler(bool forcePosting, bool waitForExecution, const char* file, unsigned int line);
 
+    /// "file: F, line: L" with the caller's file F and line L; names the
+    /// caller in warnings.
     QString GetCallerInformation() const { return m_sCallerInformation; }
+    /// True when events are always posted, even from the main thread. A
+    /// blocking handler that posts from the main thread waits out the full
+    /// time-out, since the event cannot be dispatched meanwhile.
     bool IsForcePosting() const { return m_bForcePosting; }
+    /// True when RunInMainThread_Impl() waits until the call was executed or
+    /// refused, or the wait timed out.
     bool IsWaitForExecution() const { return m_bWaitForExecution; }
 
     /// Takes ownership of `event`, which must be a RunInMainThreadEvent_Impl;
@@ -30,6 +39,7 @@ public:
 
     /// Whether worker threads hand their events to the event posting thread.
     static bool isUsePostingThread();
+    /// Sets the switch isUsePostingThread() reads; any thread.
     static void setUsePostingThread(bool use);
 
 private:

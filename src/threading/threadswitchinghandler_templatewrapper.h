@@ -1,3 +1,5 @@
+/// \file
+/// ThreadSwitchingHandler_TemplateWrapper: the typed RunInMainThread calls.
 #ifndef THREADING_THREADSWITCHINGHANDLER_TEMPLATEWRAPPER_H
 #define THREADING_THREADSWITCHINGHANDLER_TEMPLATEWRAPPER_H
 
@@ -17,6 +19,15 @@ class ThreadSwitchingHandler_TemplateWrapper : public ThreadSwitchingHandler
 public:
     using ThreadSwitchingHandler::ThreadSwitchingHandler;
 
+    /// Has `method` called on `object` in the main thread with copies of the
+    /// arguments given here, zero to five of them: at once in the calling
+    /// thread when that is the main thread or no main thread is known (unless
+    /// posting is forced), otherwise posted, and then waited for when the
+    /// handler is blocking. Callable from any thread. Nothing about the
+    /// outcome is returned; a refused call is only traced as a warning. An
+    /// exception thrown by the method propagates out of whatever runs it
+    /// (this call, or Qt's dispatch in the main thread).
+    ///@{
     template <typename T, typename Method>
     void RunInMainThread(T* object, Method method)
     {
@@ -59,6 +70,7 @@ public:
                  this, object, method, a1, a2, a3, a4, a5),
              object);
     }
+    ///@}
 
 private:
     // Arrays (string literals) are kept as pointers, everything else by value.
