@@ -10,6 +10,7 @@
 #include <QMutexLocker>
 
 #include <cstring>
+#include <memory>
 
 namespace ThreadingHelper {
 
@@ -34,8 +35,9 @@ void ThreadSwitchingHandler::RunInMainThread_Impl(QEvent* event)
     ZentOS& os = ZentOS::Create();
     const unsigned long mainThread = os.GetMainThreadId();
     if (!m_bForcePosting && (mainThread == 0 || os.IsAppThread())) {
-        runEvent->processEvent(true);
-        delete runEvent;
+        // Owned here, so that an exception of the called function does not leak it.
+        const std::unique_ptr<RunInMainThreadEvent_Impl> runNow(runEvent);
+        runNow->processEvent(true);
         return;
     }
     // The caller's own reference: the event may be gone before the wait ends.
