@@ -11,7 +11,7 @@ CMAKE_FLAGS    ?=
 
 PACKAGES = cmake make g++ pkg-config qtbase5-dev qttools5-dev qttools5-dev-tools libqt5svg5-dev \
            libboost-dev libsqlite3-dev qttranslations5-l10n xvfb xauth x11-utils \
-           scdoc dpkg-dev lintian man-db \
+           scdoc dpkg-dev lintian man-db doxygen \
            libcurl4-openssl-dev etcd-server etcd-client \
            libxcb1-dev
 # systemd-analyze checks the example service's unit file.
