@@ -235,18 +235,24 @@ private slots:
                })
             << QStringList{
                    QStringLiteral("stored"),
-                   QStringLiteral("SetString: The value \"1bad\" was not stored: \"1bad\" cannot be an XML element "
-                                  "name."),
-                   QStringLiteral("SetString: The value \"Own\\\" was not stored: \"\" cannot be an XML element "
-                                  "name."),
-                   QStringLiteral("SetInteger: The value \"Bad Dir\\N\" was not stored: \"Bad Dir\" cannot be an "
-                                  "XML element name."),
-                   QStringLiteral("SetBoolean: The value \"Sub\\a/b\" was not stored: \"a/b\" cannot be an XML "
-                                  "element name."),
-                   QStringLiteral("SetProtected: The value \"1bad\" was not stored: \"1bad\" cannot be an XML "
-                                  "element name."),
-                   QStringLiteral("SetAttributeType: The value \"Sub\\x y\" was not stored: \"x y\" cannot be an "
-                                  "XML element name."),
+                   QStringLiteral(
+                       "SetString: The value \"1bad\" was not stored: \"1bad\" cannot be an XML element "
+                       "name."),
+                   QStringLiteral(
+                       "SetString: The value \"Own\\\" was not stored: \"\" cannot be an XML element "
+                       "name."),
+                   QStringLiteral(
+                       "SetInteger: The value \"Bad Dir\\N\" was not stored: \"Bad Dir\" cannot be an "
+                       "XML element name."),
+                   QStringLiteral(
+                       "SetBoolean: The value \"Sub\\a/b\" was not stored: \"a/b\" cannot be an XML "
+                       "element name."),
+                   QStringLiteral(
+                       "SetProtected: The value \"1bad\" was not stored: \"1bad\" cannot be an XML "
+                       "element name."),
+                   QStringLiteral(
+                       "SetAttributeType: The value \"Sub\\x y\" was not stored: \"x y\" cannot be an "
+                       "XML element name."),
                    QStringLiteral("deep"),
                    QStringLiteral("deep"),
                    QStringLiteral("own text"),
@@ -270,8 +276,7 @@ private slots:
                        Outcome([&] { c.SetString(QStringLiteral("Bell"), bell); }),
                        Outcome([&] { c.SetString(QStringLiteral("Sub\\Lone"), lone); }),
                        Outcome([&] { c.SetString(QStringLiteral("NotChar"), QString(QChar(0xFFFE))); }),
-                       Outcome([&] { c.SetString(QStringLiteral("Pair"), pair); }),
-                       Outcome([&] {
+                       Outcome([&] { c.SetString(QStringLiteral("Pair"), pair); }), Outcome([&] {
                            c.SetString(QStringLiteral("Kept"), QStringLiteral("tab\tline\ncr\r"));
                        })};
                    results << Bool(cfg->GetString(QStringLiteral("Pair"), QString()) == pair)
@@ -281,19 +286,20 @@ private slots:
                    results += ValueNames(*cfg);
                    return results + SubKeys(*cfg);
                })
-            << QStringList{QStringLiteral("SetString: The value \"Bell\" was not stored: its text contains the "
-                                          "character U+0007, which XML cannot carry."),
-                           QStringLiteral("SetString: The value \"Sub\\Lone\" was not stored: its text contains "
-                                          "the character U+D800, which XML cannot carry."),
-                           QStringLiteral("SetString: The value \"NotChar\" was not stored: its text contains the "
-                                          "character U+FFFE, which XML cannot carry."),
-                           QStringLiteral("stored"),
-                           QStringLiteral("stored"),
-                           QStringLiteral("true"),
-                           QStringLiteral("true"),
-                           QStringLiteral("d"),
-                           QStringLiteral("Pair"),
-                           QStringLiteral("Kept")};
+            << QStringList{
+                   QStringLiteral("SetString: The value \"Bell\" was not stored: its text contains the "
+                                  "character U+0007, which XML cannot carry."),
+                   QStringLiteral("SetString: The value \"Sub\\Lone\" was not stored: its text contains "
+                                  "the character U+D800, which XML cannot carry."),
+                   QStringLiteral("SetString: The value \"NotChar\" was not stored: its text contains the "
+                                  "character U+FFFE, which XML cannot carry."),
+                   QStringLiteral("stored"),
+                   QStringLiteral("stored"),
+                   QStringLiteral("true"),
+                   QStringLiteral("true"),
+                   QStringLiteral("d"),
+                   QStringLiteral("Pair"),
+                   QStringLiteral("Kept")};
 
         QTest::newRow("a component of the object's key that no document can hold refuses its values")
             << Script([](CfgBackend& b) {
@@ -308,16 +314,17 @@ private slots:
                    auto root = b.Open(QString(), M);
                    return results + SubKeys(*root) + Dump(*root, M);
                })
-            << QStringList{QStringLiteral("SetString: The value \"V\" was not stored: \"bad key\" cannot be an "
-                                          "XML element name."),
-                           QStringLiteral("SetInteger: The value \"Sub\\N\" was not stored: \"bad key\" cannot be "
-                                          "an XML element name."),
-                           QStringLiteral("SetBoolean: The value \"\" was not stored: \"bad key\" cannot be an XML "
-                                          "element name."),
-                           QStringLiteral("d"),
-                           QStringLiteral("false"),
-                           QStringLiteral("App"),
-                           QStringLiteral("[App]")};
+            << QStringList{
+                   QStringLiteral("SetString: The value \"V\" was not stored: \"bad key\" cannot be an "
+                                  "XML element name."),
+                   QStringLiteral("SetInteger: The value \"Sub\\N\" was not stored: \"bad key\" cannot be "
+                                  "an XML element name."),
+                   QStringLiteral("SetBoolean: The value \"\" was not stored: \"bad key\" cannot be an XML "
+                                  "element name."),
+                   QStringLiteral("d"),
+                   QStringLiteral("false"),
+                   QStringLiteral("App"),
+                   QStringLiteral("[App]")};
 
         QTest::newRow("remove and rename values")
             << Script([](CfgBackend& b) {
@@ -609,17 +616,20 @@ private slots:
     {
         EtcdBackend etcd(m_etcd->Endpoint());
         auto cfg = etcd.Open(QStringLiteral("App"), M);
-        CompareKVException(CaughtKVException([&] { cfg->SetString(QStringLiteral("1bad"), QStringLiteral("x")); }),
-                           QStringLiteral("The value \"1bad\" was not stored: \"1bad\" cannot be an XML element "
-                                          "name."),
-                           QStringLiteral("cfgclient/cfgetcd"), QStringLiteral("CfgEtcd"), QStringLiteral("SetString"));
+        CompareKVException(
+            CaughtKVException([&] { cfg->SetString(QStringLiteral("1bad"), QStringLiteral("x")); }),
+            QStringLiteral("The value \"1bad\" was not stored: \"1bad\" cannot be an XML element "
+                           "name."),
+            QStringLiteral("cfgclient/cfgetcd"), QStringLiteral("CfgEtcd"), QStringLiteral("SetString"));
         CompareKVException(
             CaughtKVException([&] { cfg->SetString(QStringLiteral("Bell"), QString(QChar(0x1F))); }),
-            QStringLiteral("The value \"Bell\" was not stored: its text contains the character U+001F, which XML "
-                           "cannot carry."),
+            QStringLiteral(
+                "The value \"Bell\" was not stored: its text contains the character U+001F, which XML "
+                "cannot carry."),
             QStringLiteral("cfgclient/cfgetcd"), QStringLiteral("CfgEtcd"), QStringLiteral("SetString"));
         // Nothing reached the service.
-        QCOMPARE(m_etcd->Ctl({QStringLiteral("get"), QStringLiteral("--prefix"), QStringLiteral("zent/App/Machine/1bad")}),
+        QCOMPARE(m_etcd->Ctl({QStringLiteral("get"), QStringLiteral("--prefix"),
+                              QStringLiteral("zent/App/Machine/1bad")}),
                  QString());
     }
 
