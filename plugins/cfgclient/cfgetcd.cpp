@@ -199,7 +199,7 @@ void CfgEtcd::SetValueAndType(const QString& name, const QString& value, const Q
         const CfgEtcdElement* element = walked ? Find(view, path) : nullptr;
         CfgEtcdRecord record;
         if (!element) {
-            // The name was checked, so only a component of this object's key can be no element
+            // The name was checked, so only a component of this object's key can fail to be an element
             // name; the value is refused, and the path walked so far stays, as in XML documents.
             if (!walked || !XmlNames::IsElementName(path.last())) {
                 if (walked)
