@@ -1,6 +1,8 @@
 #include "cfgclient/cfgetcd.h"
 
 #include "configuration/cfgcenter.h"
+#include "configuration/xmlnames_p.h"
+#include "kvbase/errorhandler.h"
 #include "kvbase/kvexception.h"
 #include "kvbase/zentos.h"
 
@@ -29,29 +31,6 @@ QString JoinKey(const QString& base, const QString& relative)
     if (relative.isEmpty())
         return base;
     return base + KEY_SEPARATOR + relative;
-}
-
-bool IsNameStartChar(QChar c)
-{
-    return c.isLetter() || c == QLatin1Char('_') || c == QLatin1Char(':') || c.unicode() > 0x7f;
-}
-
-bool IsNameChar(QChar c)
-{
-    return IsNameStartChar(c) || c.isDigit() || c == QLatin1Char('-') || c == QLatin1Char('.');
-}
-
-// The names an XML document could hold, so that every configuration can be
-// copied between the backends.
-bool IsValidName(const QString& name)
-{
-    if (name.isEmpty() || !IsNameStartChar(name.at(0)))
-        return false;
-    for (const QChar c : name) {
-        if (!IsNameChar(c) || c.isSpace())
-            return false;
-    }
-    return true;
 }
 
 qint64 Now()
@@ -127,16 +106,20 @@ void CfgEtcd::WriteRecord(View view, const QStringList& path, const CfgEtcdRecor
 }
 
 // Plain elements for the missing components of `path`; false when one of
-// them could not be named in a document (those before it are still added).
-bool CfgEtcd::AddMissing(View view, const QStringList& path, Changes* changes) const
+// them could not be named in a document (those before it are still added),
+// which then is in `invalid` when given.
+bool CfgEtcd::AddMissing(View view, const QStringList& path, Changes* changes, QString* invalid) const
 {
     const CfgEtcdElement* element = m_pDocument->ViewRoot(view);
     for (int depth = 0; depth < path.size(); ++depth) {
         element = element ? element->Child(path.at(depth)) : nullptr;
         if (element)
             continue;
-        if (!IsValidName(path.at(depth)))
+        if (!XmlNames::IsElementName(path.at(depth))) {
+            if (invalid)
+                *invalid = path.at(depth);
             return false;
+        }
         CfgEtcdRecord record;
         record.ts = Now();
         changes->push_back({view, path.mid(0, depth + 1), false, record});
@@ -184,25 +167,47 @@ long CfgEtcd::GetIntegerImpl(QString name, long defaultValue, View view)
     return ok ? value : defaultValue;
 }
 
-void CfgEtcd::SetValueAndType(const QString& name, const QString& value, const QString& type, View view)
+// Throws when the value `name` cannot be stored because of its name, as an
+// XML document could not store it.
+void CfgEtcd::CheckValueName(const QString& name, const QString& operation)
 {
+    const QString refusal = XmlNames::RefusedValueName(name);
+    if (!refusal.isNull())
+        throw KVException(refusal, SOURCE_FILE, CLASS_NAME, operation, __LINE__);
+}
+
+// A write that an XML document could not store is refused with an exception
+// before anything is written, so that every configuration can be copied
+// between the backends: never dropped, never altered.
+void CfgEtcd::SetValueAndType(const QString& name, const QString& value, const QString& type, View view,
+                              const QString& operation)
+{
+    CheckValueName(name, operation);
+    const QString refusedText = XmlNames::RefusedValueText(name, value);
+    if (!refusedText.isNull())
+        throw KVException(refusedText, SOURCE_FILE, CLASS_NAME, operation, __LINE__);
     const bool ownText = name.isEmpty();
     const QStringList path = ownText ? m_keyParts : ValuePath(name);
     if (path.isEmpty())
         return; // the view itself holds no text
     m_pDocument->EnsureLoaded(path);
     Changes changes;
+    QString invalid;
     {
         std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
-        const bool walked = AddMissing(view, path.mid(0, path.size() - 1), &changes);
+        const bool walked = AddMissing(view, path.mid(0, path.size() - 1), &changes, &invalid);
         const CfgEtcdElement* element = walked ? Find(view, path) : nullptr;
         CfgEtcdRecord record;
         if (!element) {
-            // A name no document can hold writes nothing more; the path walked so far stays, as in XML documents.
-            if (!walked || !IsValidName(path.last())) {
+            // The name was checked, so only a component of this object's key can fail to be an element
+            // name; the value is refused, and the path walked so far stays, as in XML documents.
+            if (!walked || !XmlNames::IsElementName(path.last())) {
+                if (walked)
+                    invalid = path.last();
                 locker.unlock();
                 Write(changes);
-                return;
+                throw KVException(XmlNames::NotAnElementName(QStringLiteral("The value"), name, invalid),
+                                  SOURCE_FILE, CLASS_NAME, operation, __LINE__);
             }
             record.text = value;
             // New values outside the user view are protected, as in XML documents.
@@ -231,17 +236,19 @@ void CfgEtcd::SetValueAndType(const QString& name, const QString& value, const Q
 
 void CfgEtcd::SetStringImpl(QString name, QString value, View view)
 {
-    SetValueAndType(name, value, GetTypeAsString(TYPE_String), view);
+    SetValueAndType(name, value, GetTypeAsString(TYPE_String), view, QStringLiteral("SetString"));
 }
 
 void CfgEtcd::SetIntegerImpl(QString name, long value, View view)
 {
-    SetValueAndType(name, QString::number(static_cast<qint32>(value)), GetTypeAsString(TYPE_Integer), view);
+    SetValueAndType(name, QString::number(static_cast<qint32>(value)), GetTypeAsString(TYPE_Integer), view,
+                    QStringLiteral("SetInteger"));
 }
 
 void CfgEtcd::SetBooleanImpl(QString name, bool value, View view)
 {
-    SetValueAndType(name, value ? TRUE_TEXT : FALSE_TEXT, GetTypeAsString(TYPE_Boolean), view);
+    SetValueAndType(name, value ? TRUE_TEXT : FALSE_TEXT, GetTypeAsString(TYPE_Boolean), view,
+                    QStringLiteral("SetBoolean"));
 }
 
 ICfg::AttributeType CfgEtcd::GetAttributeType(QString name, View view)
@@ -272,6 +279,7 @@ ICfg::AttributeType CfgEtcd::GetAttributeType(QString name, View view)
 void CfgEtcd::SetAttributeType(QString name, AttributeType type, View view)
 {
     QMutexLocker centre(CfgCenter::GetMutex());
+    CheckValueName(name, QStringLiteral("SetAttributeType"));
     view = ResolveView(view);
     const QStringList path = ValuePath(name);
     m_pDocument->EnsureLoaded(path);
@@ -303,6 +311,7 @@ bool CfgEtcd::IsProtected(QString name, View view)
 void CfgEtcd::SetProtected(QString name, bool isProtected, View view)
 {
     QMutexLocker centre(CfgCenter::GetMutex());
+    CheckValueName(name, QStringLiteral("SetProtected"));
     view = ResolveView(view);
     const QStringList path = ValuePath(name);
     m_pDocument->EnsureLoaded(path);
@@ -361,7 +370,7 @@ bool CfgEtcd::RenameAttribute(QString oldName, QString newName, View view)
             return false;
         if (newName == element->name)
             return true;
-        if (!IsValidName(newName) || element->parent->Child(newName))
+        if (!XmlNames::IsElementName(newName) || element->parent->Child(newName))
             return false;
         QStringList target = path;
         target.last() = newName;
@@ -380,6 +389,11 @@ ICfg* CfgEtcd::CreateSubCfg(QString key, View view) const
 {
     QMutexLocker centre(CfgCenter::GetMutex());
     view = ResolveView(view);
+    QString invalid;
+    if (XmlNames::FindInvalidComponent(key, &invalid)) {
+        _Q_Trace(XmlNames::NoSuchSubConfiguration(key, invalid), __FILE__, __LINE__);
+        return nullptr;
+    }
     const QStringList path = Path(key);
     m_pDocument->EnsureLoaded(path);
     {
@@ -430,6 +444,12 @@ QString CfgEtcd::GetValueKeyAtImpl(int index, View view)
 bool CfgEtcd::AddSubCfg(QString key, View view)
 {
     QMutexLocker centre(CfgCenter::GetMutex());
+    QString invalid;
+    if (SplitKey(key).isEmpty() || XmlNames::FindInvalidComponent(key, &invalid)) {
+        _Q_Trace(XmlNames::NotAnElementName(QStringLiteral("The sub-configuration"), key, invalid), __FILE__,
+                 __LINE__);
+        return false;
+    }
     view = ResolveView(view);
     const QStringList path = Path(key);
     m_pDocument->EnsureLoaded(path);
@@ -487,7 +507,7 @@ bool CfgEtcd::MoveSubCfg(QString from, QString to, View view)
     {
         std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
         const CfgEtcdElement* element = Find(view, source);
-        if (!element || !IsValidName(target.last()) || Find(view, target))
+        if (!element || !XmlNames::IsElementName(target.last()) || Find(view, target))
             return false;
         if (!AddMissing(view, target.mid(0, target.size() - 1), &changes))
             return false;
@@ -645,7 +665,7 @@ QByteArray CfgEtcd::GetCfgAsStringFromApp(const QString& appKey)
 
 void CfgEtcd::ImportElement(View view, const QStringList& path, const QDomElement& source, Changes* changes) const
 {
-    if (!IsValidName(path.last()))
+    if (!XmlNames::IsElementName(path.last()))
         return;
     changes->push_back({view, path, false, RecordOf(source)});
     for (QDomElement child = source.firstChildElement(); !child.isNull(); child = child.nextSiblingElement())

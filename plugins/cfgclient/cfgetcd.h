@@ -34,8 +34,12 @@
 /// The signal is queued to the thread that created the object, so that
 /// thread needs a running event loop.
 ///
+/// Names and texts an XML document could not hold are refused exactly as the
+/// XML backend refuses them (the same KVException texts, class "CfgEtcd"), so
+/// that every configuration can be copied between the backends.
+///
 /// Differences from the XML backend, where the XML backend's behaviour comes
-/// from its file format: texts keep characters XML cannot carry; a type that
+/// from its file format: a type that
 /// GetAttributeType derives for an untyped value is kept in memory only;
 /// named user configurations and user partitions are not available (their
 /// operations throw KVException, the getters answer empty); bytes that
@@ -107,8 +111,10 @@ private:
     QStringList Path(const QString& relative) const;
     QStringList ValuePath(const QString& name) const;
     CfgEtcdElement* Find(View view, const QStringList& path) const;
-    bool AddMissing(View view, const QStringList& path, Changes* changes) const;
-    void SetValueAndType(const QString& name, const QString& value, const QString& type, View view);
+    bool AddMissing(View view, const QStringList& path, Changes* changes, QString* invalid = nullptr) const;
+    static void CheckValueName(const QString& name, const QString& operation);
+    void SetValueAndType(const QString& name, const QString& value, const QString& type, View view,
+                         const QString& operation);
     void AddTree(View view, const QStringList& path, const CfgEtcdElement& element, bool keepOrder,
                  Changes* changes) const;
     void WriteRecord(View view, const QStringList& path, const CfgEtcdRecord& record);

@@ -2,6 +2,7 @@
 
 #include "configuration/cfgcenter.h"
 #include "configuration/cfgxml_p.h"
+#include "configuration/xmlnames_p.h"
 #include "kvbase/errorhandler.h"
 #include "kvbase/kvexception.h"
 #include "kvbase/zentos.h"
@@ -95,81 +96,13 @@ QString JoinKey(const QString& base, const QString& relative)
     return base + KEY_SEPARATOR + relative;
 }
 
-bool IsNameStartChar(QChar c)
-{
-    return c.isLetter() || c == QLatin1Char('_') || c == QLatin1Char(':') || c.unicode() > 0x7f;
-}
-
-bool IsNameChar(QChar c)
-{
-    return IsNameStartChar(c) || c.isDigit() || c == QLatin1Char('-') || c == QLatin1Char('.');
-}
-
-// Element names that could not be written back as well-formed XML are never created.
-bool IsValidXmlName(const QString& name)
-{
-    if (name.isEmpty() || !IsNameStartChar(name.at(0)))
-        return false;
-    for (const QChar c : name) {
-        if (!IsNameChar(c) || c.isSpace())
-            return false;
-    }
-    return true;
-}
-
-bool IsXmlChar(char16_t c)
-{
-    return c >= 0x20 ? (c != 0xFFFE && c != 0xFFFF) : (c == 0x09 || c == 0x0A || c == 0x0D);
-}
-
-// The position of the first character that XML 1.0 cannot carry (control
-// characters, U+FFFE, U+FFFF, unpaired surrogates); -1 when there is none.
-int FirstNonXmlChar(const QString& text)
-{
-    for (int i = 0; i < text.size(); ++i) {
-        const QChar c = text.at(i);
-        if (c.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) {
-            ++i;
-            continue;
-        }
-        if (c.isSurrogate() || !IsXmlChar(c.unicode()))
-            return i;
-    }
-    return -1;
-}
-
-// The first component of a backslash-separated path that cannot be an
-// element name; components left empty by doubled separators are skipped, as
-// the walk skips them. Returns false when every component is valid.
-bool FindInvalidComponent(const QString& path, QString* invalid)
-{
-    for (const QString& part : SplitKey(path)) {
-        if (!IsValidXmlName(part)) {
-            *invalid = part;
-            return true;
-        }
-    }
-    return false;
-}
-
-QString NotAnElementName(const QString& what, const QString& name, const QString& invalid)
-{
-    return QStringLiteral("%1 \"%2\" was not stored: \"%3\" cannot be an XML element name.")
-        .arg(what, name, invalid);
-}
-
 // Throws when a value's name (a relative path ending in the value's own
 // name; empty for the node's own text) cannot be written as elements.
 void CheckValueName(const QString& name, const QString& operation)
 {
-    const int separator = name.lastIndexOf(KEY_SEPARATOR);
-    const QString valueName = separator >= 0 ? name.mid(separator + 1) : name;
-    QString invalid;
-    if (FindInvalidComponent(separator >= 0 ? name.left(separator) : QString(), &invalid) ||
-        (!name.isEmpty() && !IsValidXmlName(valueName)))
-        throw KVException(NotAnElementName(QStringLiteral("The value"), name,
-                                           invalid.isNull() ? valueName : invalid),
-                          SOURCE_FILE, CLASS_NAME, operation, __LINE__);
+    const QString refusal = XmlNames::RefusedValueName(name);
+    if (!refusal.isNull())
+        throw KVException(refusal, SOURCE_FILE, CLASS_NAME, operation, __LINE__);
 }
 
 QDomText FirstTextChild(const QDomNode& node)
@@ -551,7 +484,7 @@ QDomElement CfgXml::ChildForWalk(QDomElement parent, const QString& name, bool c
             FailWalk(QStringLiteral(" is invalid. Node in View element is not an element."), __LINE__);
         return QDomElement();
     }
-    if (!create || !IsValidXmlName(name))
+    if (!create || !XmlNames::IsElementName(name))
         return QDomElement();
     const QDomElement created = m_pData->lookup.Append(parent, Document()->createElement(name)).toElement();
     StampSubTree(created);
@@ -566,7 +499,7 @@ QDomElement CfgXml::UserPartition(QDomElement user) const
     QDomElement base = ChildForWalk(user, SUBKEY_CONTAINER, true);
     if (!s_sUserSubkey.isEmpty() && !base.isNull()) {
         QDomElement login = m_pData->lookup.FirstChildElementNamed(base, s_sUserSubkey);
-        if (login.isNull() && IsValidXmlName(s_sUserSubkey)) {
+        if (login.isNull() && XmlNames::IsElementName(s_sUserSubkey)) {
             login = Document()->createElement(s_sUserSubkey);
             login.setAttribute(NODE_TYPE, LOGIN_USER);
             if (s_addtionalSubkeys.empty()) {
@@ -585,7 +518,7 @@ QDomElement CfgXml::UserPartition(QDomElement user) const
         if (base.isNull())
             break;
         QDomElement partition = m_pData->lookup.FirstChildElementNamed(base, subkey);
-        if (partition.isNull() && IsValidXmlName(subkey)) {
+        if (partition.isNull() && XmlNames::IsElementName(subkey)) {
             partition = Document()->createElement(subkey);
             partition.setAttribute(NODE_TYPE, ADD_SUB_KEY);
             m_pData->lookup.Append(base, partition);
@@ -689,7 +622,7 @@ bool CfgXml::FindInvalidNodeName(View view, QString* invalid) const
     }
     names.append(m_keyParts);
     for (const QString& name : names) {
-        if (!IsValidXmlName(name)) {
+        if (!XmlNames::IsElementName(name)) {
             *invalid = name;
             return true;
         }
@@ -706,21 +639,17 @@ QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& val
     const QString path = separator >= 0 ? name.left(separator) : QString();
     const QString valueName = separator >= 0 ? name.mid(separator + 1) : name;
     CheckValueName(name, operation);
-    const int nonXml = FirstNonXmlChar(value);
-    if (nonXml >= 0)
-        throw KVException(QStringLiteral("The value \"%1\" was not stored: its text contains the character "
-                                         "U+%2, which XML cannot carry.")
-                              .arg(name, QStringLiteral("%1").arg(value.at(nonXml).unicode(), 4, 16,
-                                                                 QLatin1Char('0')).toUpper()),
-                          SOURCE_FILE, CLASS_NAME, operation, __LINE__);
+    const QString refusedText = XmlNames::RefusedValueText(name, value);
+    if (!refusedText.isNull())
+        throw KVException(refusedText, SOURCE_FILE, CLASS_NAME, operation, __LINE__);
     QDomNode node = GetNode(path, view, true);
     QString invalid;
     if (node.isNull()) {
         // Only a name on the way there can keep an open document's node from
         // being created: this object's key or a user partition.
         if (Document() && FindInvalidNodeName(view, &invalid))
-            throw KVException(NotAnElementName(QStringLiteral("The value"), name, invalid), SOURCE_FILE, CLASS_NAME,
-                              operation, __LINE__);
+            throw KVException(XmlNames::NotAnElementName(QStringLiteral("The value"), name, invalid),
+                              SOURCE_FILE, CLASS_NAME, operation, __LINE__);
         return QDomElement();
     }
     if (valueName.isEmpty() && separator < 0) {
@@ -860,7 +789,7 @@ bool CfgXml::RenameAttribute(QString oldName, QString newName, View view)
     if (newName == element.tagName())
         return true;
     const QDomNode parent = element.parentNode();
-    if (!IsValidXmlName(newName) || !m_pData->lookup.FirstChildNamed(parent, newName).isNull())
+    if (!XmlNames::IsElementName(newName) || !m_pData->lookup.FirstChildNamed(parent, newName).isNull())
         return false;
     m_pData->lookup.Rename(element, newName);
     Stamp(element, TS_Advance, false);
@@ -918,11 +847,8 @@ ICfg* CfgXml::CreateSubCfg(QString key, View view) const
     QMutexLocker locker(CfgCenter::GetMutex());
     view = ResolveView(view);
     QString invalid;
-    if (FindInvalidComponent(key, &invalid)) {
-        _Q_Trace(QStringLiteral("The sub-configuration \"%1\" does not exist: \"%2\" cannot be an XML element "
-                                "name.")
-                     .arg(key, invalid),
-                 __FILE__, __LINE__);
+    if (XmlNames::FindInvalidComponent(key, &invalid)) {
+        _Q_Trace(XmlNames::NoSuchSubConfiguration(key, invalid), __FILE__, __LINE__);
         return nullptr;
     }
     const QDomNode node = GetNode(key, view, false);
@@ -949,8 +875,9 @@ bool CfgXml::AddSubCfg(QString key, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     QString invalid;
-    if (SplitKey(key).isEmpty() || FindInvalidComponent(key, &invalid)) {
-        _Q_Trace(NotAnElementName(QStringLiteral("The sub-configuration"), key, invalid), __FILE__, __LINE__);
+    if (SplitKey(key).isEmpty() || XmlNames::FindInvalidComponent(key, &invalid)) {
+        _Q_Trace(XmlNames::NotAnElementName(QStringLiteral("The sub-configuration"), key, invalid), __FILE__,
+                 __LINE__);
         return false;
     }
     return !GetNode(key, ResolveView(view), true).isNull();
@@ -987,7 +914,7 @@ bool CfgXml::MoveSubCfg(QString from, QString to, View view)
         return false;
     const QString newName = toParts.takeLast();
     QDomElement source = GetNode(from, view, false).toElement();
-    if (source.isNull() || !IsValidXmlName(newName) || !GetNode(to, view, false).isNull())
+    if (source.isNull() || !XmlNames::IsElementName(newName) || !GetNode(to, view, false).isNull())
         return false;
     QDomNode target = GetNode(toParts.join(KEY_SEPARATOR), view, true);
     if (target.isNull())
@@ -1659,9 +1586,10 @@ std::list<QString> CfgXml::GetAdditionalUserViewSubkey()
 // a partition that cannot exist.
 void CfgXml::CheckConfigurationName(const QString& name, const QString& operation)
 {
-    if (!IsValidXmlName(UC_PREFIX + name))
-        throw KVException(NotAnElementName(QStringLiteral("The configuration"), name, UC_PREFIX + name),
-                          SOURCE_FILE, CLASS_NAME, operation, __LINE__);
+    if (!XmlNames::IsElementName(UC_PREFIX + name))
+        throw KVException(
+            XmlNames::NotAnElementName(QStringLiteral("The configuration"), name, UC_PREFIX + name),
+            SOURCE_FILE, CLASS_NAME, operation, __LINE__);
 }
 
 void CfgXml::SaveConfigurationName(const QString& name)

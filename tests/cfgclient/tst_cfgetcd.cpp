@@ -4,6 +4,8 @@
 #include "cfgbackends.h"
 #include "common/etcdserver.h"
 #include "common/kvexceptioncheck.h"
+#include "common/memorycfg.h"
+#include "configuration/cfgcentertestaccess.h"
 
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -44,6 +46,28 @@ QStringList SubKeys(ICfg& cfg, ICfg::View view = ICfg::VIEW_Current)
         keys << sub->GetKey();
     }
 }
+
+// What a write did: "stored", or the operation and message of the
+// KVException it threw. The class is left out: it names the backend.
+QString Outcome(const std::function<void()>& write)
+{
+    const std::optional<KVException> e = CaughtKVException(write);
+    return e ? e->GetOperation() + QStringLiteral(": ") + e->GetMessage() : QStringLiteral("stored");
+}
+
+// Writability asks the centre for its document configuration (a write to
+// that one is always allowed); a stand-in for as long as it lives.
+class StandInDocument
+{
+public:
+    StandInDocument() { CfgCenterTestAccess::SetDocCfg(&m_document); }
+    ~StandInDocument() { CfgCenterTestAccess::SetDocCfg(nullptr); }
+    StandInDocument(const StandInDocument&) = delete;
+    StandInDocument& operator=(const StandInDocument&) = delete;
+
+private:
+    MemoryCfg m_document{QString(), ICfg::VIEW_Machine};
+};
 
 // Everything one node holds, recursively, in enumeration order.
 QStringList Dump(ICfg& cfg, ICfg::View view)
@@ -187,25 +211,120 @@ private slots:
         QTest::newRow("value names with a path, a node's own text, names no document can hold")
             << Script([](CfgBackend& b) {
                    auto cfg = b.Open(QStringLiteral("App"), M);
-                   cfg->SetString(QStringLiteral("Sub\\Inner"), QStringLiteral("deep"));
-                   cfg->SetString(QStringLiteral("1bad"), QStringLiteral("x"));
-                   cfg->SetString(QStringLiteral("Own\\"), QStringLiteral("y"));
+                   ICfg& c = *cfg;
+                   QStringList results{
+                       Outcome([&] { c.SetString(QStringLiteral("Sub\\Inner"), QStringLiteral("deep")); }),
+                       Outcome([&] { c.SetString(QStringLiteral("1bad"), QStringLiteral("x")); }),
+                       Outcome([&] { c.SetString(QStringLiteral("Own\\"), QStringLiteral("y")); }),
+                       Outcome([&] { c.SetInteger(QStringLiteral("Bad Dir\\N"), 1); }),
+                       Outcome([&] { c.SetBoolean(QStringLiteral("Sub\\a/b"), true); }),
+                       Outcome([&] { c.SetProtected(QStringLiteral("1bad"), true); }),
+                       Outcome([&] { c.SetAttributeType(QStringLiteral("Sub\\x y"), ICfg::TYPE_String); })};
                    std::unique_ptr<ICfg> sub(cfg->CreateSubCfg(QStringLiteral("Sub")));
                    sub->SetString(QString(), QStringLiteral("own text"));
-                   QStringList results{sub->GetString(QStringLiteral("Inner"), QStringLiteral("d")),
-                                       cfg->GetString(QStringLiteral("Sub\\Inner"), QStringLiteral("d")),
-                                       sub->GetString(QString(), QStringLiteral("d")),
-                                       cfg->GetString(QStringLiteral("1bad"), QStringLiteral("d")),
-                                       Bool(cfg->AddSubCfg(QStringLiteral("bad name"))),
-                                       Bool(cfg->AddSubCfg(QStringLiteral("Good"))),
-                                       Bool(cfg->AddSubCfg(QStringLiteral("Good")))};
+                   std::unique_ptr<ICfg> badSub(cfg->CreateSubCfg(QStringLiteral("Sub\\bad name")));
+                   results << sub->GetString(QStringLiteral("Inner"), QStringLiteral("d"))
+                           << cfg->GetString(QStringLiteral("Sub\\Inner"), QStringLiteral("d"))
+                           << sub->GetString(QString(), QStringLiteral("d"))
+                           << cfg->GetString(QStringLiteral("1bad"), QStringLiteral("d"))
+                           << Bool(badSub == nullptr) << Bool(cfg->AddSubCfg(QStringLiteral("bad name")))
+                           << Bool(cfg->AddSubCfg(QString())) << Bool(cfg->AddSubCfg(QStringLiteral("Good")))
+                           << Bool(cfg->AddSubCfg(QStringLiteral("Good")));
                    results += ValueNames(*cfg);
                    return results + SubKeys(*cfg);
                })
-            << QStringList{QStringLiteral("deep"),  QStringLiteral("deep"),  QStringLiteral("own text"),
-                           QStringLiteral("d"),     QStringLiteral("false"), QStringLiteral("true"),
-                           QStringLiteral("true"),  QStringLiteral("App\\Sub"), QStringLiteral("App\\Own"),
-                           QStringLiteral("App\\Good")};
+            << QStringList{
+                   QStringLiteral("stored"),
+                   QStringLiteral(
+                       "SetString: The value \"1bad\" was not stored: \"1bad\" cannot be an XML element "
+                       "name."),
+                   QStringLiteral(
+                       "SetString: The value \"Own\\\" was not stored: \"\" cannot be an XML element "
+                       "name."),
+                   QStringLiteral(
+                       "SetInteger: The value \"Bad Dir\\N\" was not stored: \"Bad Dir\" cannot be an "
+                       "XML element name."),
+                   QStringLiteral(
+                       "SetBoolean: The value \"Sub\\a/b\" was not stored: \"a/b\" cannot be an XML "
+                       "element name."),
+                   QStringLiteral(
+                       "SetProtected: The value \"1bad\" was not stored: \"1bad\" cannot be an XML "
+                       "element name."),
+                   QStringLiteral(
+                       "SetAttributeType: The value \"Sub\\x y\" was not stored: \"x y\" cannot be an "
+                       "XML element name."),
+                   QStringLiteral("deep"),
+                   QStringLiteral("deep"),
+                   QStringLiteral("own text"),
+                   QStringLiteral("d"),
+                   QStringLiteral("true"),
+                   QStringLiteral("false"),
+                   QStringLiteral("false"),
+                   QStringLiteral("true"),
+                   QStringLiteral("true"),
+                   QStringLiteral("App\\Sub"),
+                   QStringLiteral("App\\Good")};
+
+        QTest::newRow("a text with a character XML cannot carry is refused")
+            << Script([](CfgBackend& b) {
+                   auto cfg = b.Open(QStringLiteral("App"), M);
+                   ICfg& c = *cfg;
+                   const QString bell = QStringLiteral("ring") + QChar(0x07);
+                   const QString lone = QStringLiteral("half ") + QChar(0xD800);
+                   const QString pair = QStringLiteral("clef ") + QChar(0xD834) + QChar(0xDD1E);
+                   QStringList results{
+                       Outcome([&] { c.SetString(QStringLiteral("Bell"), bell); }),
+                       Outcome([&] { c.SetString(QStringLiteral("Sub\\Lone"), lone); }),
+                       Outcome([&] { c.SetString(QStringLiteral("NotChar"), QString(QChar(0xFFFE))); }),
+                       Outcome([&] { c.SetString(QStringLiteral("Pair"), pair); }), Outcome([&] {
+                           c.SetString(QStringLiteral("Kept"), QStringLiteral("tab\tline\ncr\r"));
+                       })};
+                   results << Bool(cfg->GetString(QStringLiteral("Pair"), QString()) == pair)
+                           << Bool(cfg->GetString(QStringLiteral("Kept"), QString()) ==
+                                   QStringLiteral("tab\tline\ncr\r"))
+                           << cfg->GetString(QStringLiteral("Bell"), QStringLiteral("d"));
+                   results += ValueNames(*cfg);
+                   return results + SubKeys(*cfg);
+               })
+            << QStringList{
+                   QStringLiteral("SetString: The value \"Bell\" was not stored: its text contains the "
+                                  "character U+0007, which XML cannot carry."),
+                   QStringLiteral("SetString: The value \"Sub\\Lone\" was not stored: its text contains "
+                                  "the character U+D800, which XML cannot carry."),
+                   QStringLiteral("SetString: The value \"NotChar\" was not stored: its text contains the "
+                                  "character U+FFFE, which XML cannot carry."),
+                   QStringLiteral("stored"),
+                   QStringLiteral("stored"),
+                   QStringLiteral("true"),
+                   QStringLiteral("true"),
+                   QStringLiteral("d"),
+                   QStringLiteral("Pair"),
+                   QStringLiteral("Kept")};
+
+        QTest::newRow("a component of the object's key that no document can hold refuses its values")
+            << Script([](CfgBackend& b) {
+                   auto cfg = b.Open(QStringLiteral("App\\bad key\\Deep"), M);
+                   ICfg& c = *cfg;
+                   QStringList results{
+                       Outcome([&] { c.SetString(QStringLiteral("V"), QStringLiteral("x")); }),
+                       Outcome([&] { c.SetInteger(QStringLiteral("Sub\\N"), 2); }),
+                       Outcome([&] { c.SetBoolean(QString(), true); })};
+                   results << cfg->GetString(QStringLiteral("V"), QStringLiteral("d"))
+                           << Bool(cfg->AddSubCfg(QStringLiteral("Below")));
+                   auto root = b.Open(QString(), M);
+                   return results + SubKeys(*root) + Dump(*root, M);
+               })
+            << QStringList{
+                   QStringLiteral("SetString: The value \"V\" was not stored: \"bad key\" cannot be an "
+                                  "XML element name."),
+                   QStringLiteral("SetInteger: The value \"Sub\\N\" was not stored: \"bad key\" cannot be "
+                                  "an XML element name."),
+                   QStringLiteral("SetBoolean: The value \"\" was not stored: \"bad key\" cannot be an XML "
+                                  "element name."),
+                   QStringLiteral("d"),
+                   QStringLiteral("false"),
+                   QStringLiteral("App"),
+                   QStringLiteral("[App]")};
 
         QTest::newRow("remove and rename values")
             << Script([](CfgBackend& b) {
@@ -316,6 +435,7 @@ private slots:
                    cfg->SetString(QStringLiteral("SystemOnly"), QStringLiteral("s"), ICfg::VIEW_System);
                    cfg->SetInteger(QStringLiteral("DomainInt"), 3, ICfg::VIEW_Domain);
                    cfg->SetBoolean(QStringLiteral("MachineFlag"), false, M);
+                   const StandInDocument document;
                    return QStringList{Bool(WritabilityAccess::String(*cfg, QStringLiteral("UserOnly"), M)),
                                       Bool(WritabilityAccess::String(*cfg, QStringLiteral("SystemOnly"), M)),
                                       Bool(WritabilityAccess::Integer(*cfg, QStringLiteral("DomainInt"), M)),
@@ -490,6 +610,27 @@ private slots:
                            "20."),
             QStringLiteral("cfgclient/cfgetcd"), QStringLiteral("CfgEtcd"), QStringLiteral("MergeCfgFromStringAndApp"));
         QCOMPARE(SubKeys(*etcd.Open(QString(), M)), QStringList());
+    }
+
+    void refusedWritesNameTheirBackend()
+    {
+        EtcdBackend etcd(m_etcd->Endpoint());
+        auto cfg = etcd.Open(QStringLiteral("App"), M);
+        CompareKVException(
+            CaughtKVException([&] { cfg->SetString(QStringLiteral("1bad"), QStringLiteral("x")); }),
+            QStringLiteral("The value \"1bad\" was not stored: \"1bad\" cannot be an XML element "
+                           "name."),
+            QStringLiteral("cfgclient/cfgetcd"), QStringLiteral("CfgEtcd"), QStringLiteral("SetString"));
+        CompareKVException(
+            CaughtKVException([&] { cfg->SetString(QStringLiteral("Bell"), QString(QChar(0x1F))); }),
+            QStringLiteral(
+                "The value \"Bell\" was not stored: its text contains the character U+001F, which XML "
+                "cannot carry."),
+            QStringLiteral("cfgclient/cfgetcd"), QStringLiteral("CfgEtcd"), QStringLiteral("SetString"));
+        // Nothing reached the service.
+        QCOMPARE(m_etcd->Ctl({QStringLiteral("get"), QStringLiteral("--prefix"),
+                              QStringLiteral("zent/App/Machine/1bad")}),
+                 QString());
     }
 
     void namedUserConfigurationsAreRefused()
