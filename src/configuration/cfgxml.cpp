@@ -2,6 +2,7 @@
 
 #include "configuration/cfgcenter.h"
 #include "configuration/cfgxml_p.h"
+#include "configuration/cfgxmlreader_p.h"
 #include "configuration/cfgxmlwriter_p.h"
 #include "kvbase/errorhandler.h"
 #include "kvbase/kvexception.h"
@@ -299,6 +300,13 @@ ParseResult Parse(QDomDocument& document, const QByteArray& bytes)
     ParseResult result;
     if (bytes.size() > MAX_FILE_SIZE) {
         result.message = QStringLiteral("file too large");
+        return result;
+    }
+    // Plain documents are read by our own reader, which declines deeper
+    // nesting and entity declarations; Qt's parser decides on the rest and
+    // words the errors.
+    if (CfgXmlReader::ReadPlain(bytes, MAX_NESTING, document)) {
+        result.ok = true;
         return result;
     }
     // The DOM builds and frees its tree recursively, so depth is checked
