@@ -5,6 +5,8 @@
 
 #include <cctype>
 #include <cstring>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 // A strict reader for the documents this library writes and people edit: it
@@ -19,6 +21,17 @@ namespace {
 bool IsSpace(char c)
 {
     return c == ' ' || c == '\n' || c == '\t';
+}
+
+// Printable ASCII without references or quotes: an attribute value as it stands.
+bool IsPlainAscii(const char* text, int length)
+{
+    for (int i = 0; i < length; ++i) {
+        const char c = text[i];
+        if (c < 0x20 || c >= 0x7F || c == '&' || c == '<')
+            return false;
+    }
+    return true;
 }
 
 // Qt's parser drops text that is white space in Unicode's sense.
@@ -102,11 +115,28 @@ private:
     bool Content(QDomDocument& document, QDomElement& element, int depth);
     bool Comment(QDomDocument& document, QDomNode parent);
 
+    QString Interned(const char* start, int length);
+
     const char* m_p;
     const char* m_end;
     int m_maxDepth;
     QString m_text;
+    // Names and short values repeat throughout a document ("ts", "type",
+    // "string", a time stamp); shared copies spare an allocation each.
+    std::unordered_map<std::string_view, QString> m_interned;
 };
+
+QString Reader::Interned(const char* start, int length)
+{
+    const std::string_view key(start, size_t(length));
+    const auto it = m_interned.find(key);
+    if (it != m_interned.end())
+        return it->second;
+    const QString text = QString::fromLatin1(start, length);
+    if (m_interned.size() < 4096)
+        m_interned.emplace(key, text);
+    return text;
+}
 
 // Decodes XML character data [from, to) into `out`: references resolved,
 // UTF-8 checked. False for anything declined: other references, carriage
@@ -252,10 +282,15 @@ bool Reader::Attributes(QDomElement& element)
         int nameLength;
         const char* value;
         int valueLength;
-        if (!Name(&name, &nameLength) || !Equals() || !Quoted(&value, &valueLength) ||
-            !Decode(value, value + valueLength, true, m_text))
+        if (!Name(&name, &nameLength) || !Equals() || !Quoted(&value, &valueLength))
             return false;
-        element.setAttribute(QString::fromLatin1(name, nameLength), m_text);
+        if (valueLength <= 24 && IsPlainAscii(value, valueLength)) {
+            element.setAttribute(Interned(name, nameLength), Interned(value, valueLength));
+            continue;
+        }
+        if (!Decode(value, value + valueLength, true, m_text))
+            return false;
+        element.setAttribute(Interned(name, nameLength), m_text);
     }
 }
 
@@ -300,7 +335,7 @@ bool Reader::Element(QDomDocument& document)
         int length;
         if (!Name(&name, &length) || int(open.size()) + 1 > m_maxDepth)
             return false;
-        QDomElement element = document.createElement(QString::fromLatin1(name, length));
+        QDomElement element = document.createElement(Interned(name, length));
         if (!Attributes(element))
             return false;
         if (open.empty())
