@@ -109,9 +109,9 @@ bool IsNameChar(QChar c)
 }
 
 // Element names that could not be written back as well-formed XML are never created.
-bool IsValidXmlName(const QString& name)
+bool IsValidXmlName(QStringView name)
 {
-    if (name.isEmpty() || !IsNameStartChar(name.at(0)))
+    if (name.isEmpty() || !IsNameStartChar(name.front()))
         return false;
     for (const QChar c : name) {
         if (!IsNameChar(c) || c.isSpace())
@@ -146,11 +146,17 @@ int FirstNonXmlChar(const QString& text)
 // the walk skips them. Returns false when every component is valid.
 bool FindInvalidComponent(const QString& path, QString* invalid)
 {
-    for (const QString& part : SplitKey(path)) {
-        if (!IsValidXmlName(part)) {
-            *invalid = part;
+    // The components of SplitKey, without building its list on every write.
+    const QStringView view(path);
+    for (int start = 0; start < view.size();) {
+        int end = path.indexOf(KEY_SEPARATOR, start);
+        if (end < 0)
+            end = int(view.size());
+        if (end > start && !IsValidXmlName(view.mid(start, end - start))) {
+            *invalid = path.mid(start, end - start);
             return true;
         }
+        start = end + 1;
     }
     return false;
 }

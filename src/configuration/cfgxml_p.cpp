@@ -38,9 +38,14 @@ QDomNode DomLookup::FirstChildNamed(const QDomNode& parent, const QString& name)
 {
     if (parent.isNull())
         return QDomNode();
-    if (ChildIndex* index = IndexOf(parent))
-        return index->firstByName.value(name);
+    const auto indexed = m_children.find(DomNodeKey::Of(parent));
+    if (indexed != m_children.end())
+        return indexed->firstByName.value(name);
+    // Scanned while it looks small; a crowded parent gets its index.
+    int count = 0;
     for (QDomNode child = parent.firstChild(); !child.isNull(); child = child.nextSibling()) {
+        if (++count >= INDEX_THRESHOLD)
+            return IndexOf(parent)->firstByName.value(name);
         if (child.nodeName() == name)
             return child;
     }
