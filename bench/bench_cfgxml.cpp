@@ -415,10 +415,12 @@ int main(int argc, char** argv)
                 targetsMet = false;
             rows.push_back(result);
         };
-        row(QStringLiteral("open"), &SizeFigures::open, 1.5);
-        row(QStringLiteral("GetString (per value)"), &SizeFigures::read, 2.0);
-        row(QStringLiteral("SetString (per value)"), &SizeFigures::write, 0);
-        row(QStringLiteral("save"), &SizeFigures::save, 1.5);
+        // A configuration library picked over QSettings and KConfig opens in half
+        // the faster one's time and reads, writes and saves no slower.
+        row(QStringLiteral("open"), &SizeFigures::open, 0.5);
+        row(QStringLiteral("GetString (per value)"), &SizeFigures::read, 1.0);
+        row(QStringLiteral("SetString (per value)"), &SizeFigures::write, 1.0);
+        row(QStringLiteral("save"), &SizeFigures::save, 1.0);
         row(QStringLiteral("unchanged save"), &SizeFigures::unchangedSave, 0);
         floors << QStringLiteral("| %1 | %2 | %3 | %4 | %5 |")
                       .arg(count)
@@ -457,6 +459,8 @@ int main(int argc, char** argv)
         const double ratio = smaller > 0 ? double(peaks[0].opened) / double(smaller) : 0;
         std::printf("\nTarget: CfgXml's memory added by opening within 1.5x of the smaller peer: %s (%s)\n\n",
                     ratio <= 1.5 ? "met" : "MISSED", qPrintable(Bench::FormatRatio(ratio)));
+        if (ratio > 1.5)
+            targetsMet = false;
     }
 
     std::printf("Unchanged save (file inode, mtime and size, its backup, no .temp):\n\n");
