@@ -21,9 +21,7 @@
 #include <pugixml.hpp>
 
 #include <memory>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
@@ -297,22 +295,19 @@ double MeasureSiblings(Store& store, int siblings, const QString& directory)
     return ns / reads;
 }
 
-/// Peak resident memory of this process so far, in KiB.
-long PeakRssKiB()
+/// A memory figure of this process from /proc/self/status, in KiB (Linux).
+/// VmHWM is the peak of this program alone: getrusage's maximum is carried
+/// over from the parent across fork and exec.
+long StatusKiB(const char* field)
 {
-    struct rusage usage;
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
-}
-
-/// Resident memory of this process now, in KiB (Linux).
-long CurrentRssKiB()
-{
-    QFile statm(QStringLiteral("/proc/self/statm"));
-    if (!statm.open(QIODevice::ReadOnly))
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
         return 0;
-    const QList<QByteArray> fields = statm.readAll().split(' ');
-    return fields.size() > 1 ? fields[1].toLong() * (sysconf(_SC_PAGESIZE) / 1024) : 0;
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith(field))
+            return line.mid(int(qstrlen(field))).trimmed().split(' ').value(0).toLong();
+    }
+    return 0;
 }
 
 /// The child of the memory row: opens `fileName` with the library named and
@@ -322,9 +317,9 @@ int ReportPeakRss(const std::vector<Store*>& stores, const QString& name, const 
     for (Store* store : stores) {
         if (store->Name() != name)
             continue;
-        const long before = CurrentRssKiB();
+        const long before = StatusKiB("VmRSS:");
         store->Open(fileName);
-        std::printf("%ld %ld\n", CurrentRssKiB() - before, PeakRssKiB());
+        std::printf("%ld %ld\n", StatusKiB("VmRSS:") - before, StatusKiB("VmHWM:"));
         return 0;
     }
     return 1;
