@@ -112,7 +112,6 @@ private:
     bool DocumentType(QString* name);
     bool Element(QDomDocument& document);
     bool Attributes(QDomElement& element);
-    bool Content(QDomDocument& document, QDomElement& element, int depth);
     bool Comment(QDomDocument& document, QDomNode parent);
 
     QString Interned(const char* start, int length);
