@@ -16,7 +16,7 @@ PACKAGES = cmake make g++ pkg-config qtbase5-dev qttools5-dev qttools5-dev-tools
            libxcb1-dev
 # systemd-analyze checks the example service's unit file.
 PACKAGES += systemd
-BENCH_PACKAGES = libkf5config-dev
+BENCH_PACKAGES = libkf5config-dev libpugixml-dev
 FUZZ_PACKAGES  = clang libclang-rt-14-dev
 DOCS_PACKAGES  = doxygen
 

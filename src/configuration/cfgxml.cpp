@@ -2,6 +2,8 @@
 
 #include "configuration/cfgcenter.h"
 #include "configuration/cfgxml_p.h"
+#include "configuration/cfgxmlreader_p.h"
+#include "configuration/cfgxmlwriter_p.h"
 #include "configuration/xmlnames_p.h"
 #include "kvbase/errorhandler.h"
 #include "kvbase/kvexception.h"
@@ -16,7 +18,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <string_view>
 #include <vector>
 
 const QString CfgXml::VERSION_TAG = QStringLiteral("version");
@@ -224,102 +225,9 @@ void UseStandardDeclaration(QDomDocument& document, DomLookup& model)
     model.Replace(document.createProcessingInstruction(XML_DECLARATION_TARGET, PARSED_DECLARATION), first);
 }
 
-// The end of the markup that starts at `from` and ends with `terminator`;
-// the end of the bytes when the terminator is missing.
-int EndOf(const QByteArray& bytes, int from, const char* terminator)
-{
-    const int end = bytes.indexOf(terminator, from);
-    return end < 0 ? bytes.size() : end + int(qstrlen(terminator));
-}
-
-bool StartsWithAt(const QByteArray& bytes, int at, const char* text)
-{
-    const int length = int(qstrlen(text));
-    return bytes.size() - at >= length && memcmp(bytes.constData() + at, text, size_t(length)) == 0;
-}
-
-// Appends the start tag at bytes[from, end) with its attributes sorted by
-// name. The DOM writes every attribute as ` name="value"` with quotes inside
-// values escaped, which is all this needs to know. `attributes` is scratch
-// space, kept by the caller so that tags do not allocate.
-void AppendSortedTag(const QByteArray& bytes, int from, int end, std::vector<std::string_view>& attributes,
-                     QByteArray& out)
-{
-    const char* data = bytes.constData();
-    int i = from + 1;
-    while (i < end && data[i] != ' ' && data[i] != '>' && data[i] != '/')
-        ++i;
-    attributes.clear();
-    int rest = i;
-    while (rest < end && data[rest] == ' ') {
-        const int equals = bytes.indexOf("=\"", rest);
-        const int close = equals < 0 ? -1 : bytes.indexOf('"', equals + 2);
-        if (close < 0 || close >= end)
-            break;
-        attributes.emplace_back(data + rest, size_t(close + 1 - rest));
-        rest = close + 1;
-    }
-    if (attributes.size() < 2) {
-        out.append(data + from, end - from);
-        return;
-    }
-    std::sort(attributes.begin(), attributes.end());
-    out.append(data + from, i - from);
-    for (const std::string_view attribute : attributes)
-        out.append(attribute.data(), int(attribute.size()));
-    out.append(data + rest, end - rest);
-}
-
-// Qt writes an element's attributes in the order of a hash that it seeds per
-// process, so the same document could be saved differently by two
-// processes. Sorted by name, the saved bytes depend on the content alone.
-QByteArray WithSortedAttributes(const QByteArray& bytes)
-{
-    QByteArray out;
-    out.reserve(bytes.size());
-    std::vector<std::string_view> attributes;
-    const char* data = bytes.constData();
-    int i = 0;
-    while (i < bytes.size()) {
-        const int open = bytes.indexOf('<', i);
-        if (open < 0) {
-            out.append(data + i, bytes.size() - i);
-            break;
-        }
-        out.append(data + i, open - i);
-        int end;
-        if (StartsWithAt(bytes, open, "<!--")) {
-            end = EndOf(bytes, open + 4, "-->");
-        } else if (StartsWithAt(bytes, open, "<![CDATA[")) {
-            end = EndOf(bytes, open + 9, "]]>");
-        } else if (StartsWithAt(bytes, open, "<?")) {
-            end = EndOf(bytes, open + 2, "?>");
-        } else if (StartsWithAt(bytes, open, "<!") || StartsWithAt(bytes, open, "</")) {
-            end = EndOf(bytes, open + 2, ">");
-        } else {
-            // Quotes inside values are escaped, so a '>' between quotes
-            // belongs to a value and the first one outside ends the tag.
-            end = open + 1;
-            bool quoted = false;
-            while (end < bytes.size() && (quoted || data[end] != '>')) {
-                if (data[end] == '"')
-                    quoted = !quoted;
-                ++end;
-            }
-            end = qMin(end + 1, bytes.size());
-            AppendSortedTag(bytes, open, end, attributes, out);
-            i = end;
-            continue;
-        }
-        out.append(data + open, end - open);
-        i = end;
-    }
-    return out;
-}
-
 QByteArray Serialise(const QDomDocument& document)
 {
-    return WithSortedAttributes(document.toByteArray(CfgXml::XML_INDENT));
+    return CfgXmlWriter::Serialise(document, CfgXml::XML_INDENT);
 }
 
 std::unique_ptr<QDomDocument> NewDocument()

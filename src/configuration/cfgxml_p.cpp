@@ -1,5 +1,7 @@
 #include "configuration/cfgxml_p.h"
 
+#include "configuration/cfgxmlreader_p.h"
+
 #include "kvbase/errorhandler.h"
 #include "kvbase/zentos.h"
 
@@ -40,9 +42,14 @@ QDomNode DomLookup::FirstChildNamed(const QDomNode& parent, const QString& name)
 {
     if (parent.isNull())
         return QDomNode();
-    if (ChildIndex* index = IndexOf(parent))
-        return index->firstByName.value(name);
+    const auto indexed = m_children.find(DomNodeKey::Of(parent));
+    if (indexed != m_children.end())
+        return indexed->firstByName.value(name);
+    // Scanned while it looks small; a crowded parent gets its index.
+    int count = 0;
     for (QDomNode child = parent.firstChild(); !child.isNull(); child = child.nextSibling()) {
+        if (++count >= INDEX_THRESHOLD)
+            return IndexOf(parent)->firstByName.value(name);
         if (child.nodeName() == name)
             return child;
     }
@@ -440,7 +447,12 @@ bool CfgXmlFile::Parse(QDomDocument& document, const QByteArray& bytes, QString*
         problem.message = QStringLiteral("file too large");
     } else if ((IsShallow(bytes, MAX_NESTING) && bytes.count('<') <= MAX_ELEMENTS) ||
                CheckGuards(bytes, problem)) {
-        // The exact check runs only where the quick scans cannot vouch for the document.
+        // Plain documents are read by our own reader, which builds the same
+        // tree much faster; Qt's parser decides on everything else and words
+        // the errors. The exact guard check runs only where the quick scans
+        // cannot vouch for the document.
+        if (CfgXmlReader::ReadPlain(bytes, MAX_NESTING, document))
+            return true;
         return document.setContent(bytes, message, line, column);
     }
     if (message)

@@ -16,6 +16,17 @@ bool IsNameChar(QChar c)
     return IsNameStartChar(c) || c.isDigit() || c == QLatin1Char('-') || c == QLatin1Char('.');
 }
 
+bool IsElementNameView(QStringView name)
+{
+    if (name.isEmpty() || !IsNameStartChar(name.front()))
+        return false;
+    for (const QChar c : name) {
+        if (!IsNameChar(c) || c.isSpace())
+            return false;
+    }
+    return true;
+}
+
 bool IsXmlChar(char16_t c)
 {
     return c >= 0x20 ? (c != 0xFFFE && c != 0xFFFF) : (c == 0x09 || c == 0x0A || c == 0x0D);
@@ -25,13 +36,7 @@ bool IsXmlChar(char16_t c)
 
 bool XmlNames::IsElementName(const QString& name)
 {
-    if (name.isEmpty() || !IsNameStartChar(name.at(0)))
-        return false;
-    for (const QChar c : name) {
-        if (!IsNameChar(c) || c.isSpace())
-            return false;
-    }
-    return true;
+    return IsElementNameView(name);
 }
 
 int XmlNames::FirstNonXmlChar(const QString& text)
@@ -50,11 +55,18 @@ int XmlNames::FirstNonXmlChar(const QString& text)
 
 bool XmlNames::FindInvalidComponent(const QString& path, QString* invalid)
 {
-    for (const QString& part : path.split(KEY_SEPARATOR, Qt::SkipEmptyParts)) {
-        if (!IsElementName(part)) {
-            *invalid = part;
+    // The components of the path, without building a list on every write;
+    // empty ones (doubled separators) are skipped, as the walk skips them.
+    const QStringView view(path);
+    for (int start = 0; start < view.size();) {
+        int end = path.indexOf(KEY_SEPARATOR, start);
+        if (end < 0)
+            end = int(view.size());
+        if (end > start && !IsElementNameView(view.mid(start, end - start))) {
+            *invalid = path.mid(start, end - start);
             return true;
         }
+        start = end + 1;
     }
     return false;
 }
