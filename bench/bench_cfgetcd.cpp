@@ -29,8 +29,10 @@ std::vector<Bench::Value> OneApplication(int count)
 
 QByteArray Record(const QString& text)
 {
-    QJsonObject record{{QStringLiteral("text"), text}, {QStringLiteral("type"), QStringLiteral("string")},
-                       {QStringLiteral("protected"), QStringLiteral("true")}, {QStringLiteral("ts"), 1}};
+    QJsonObject record{{QStringLiteral("text"), text},
+                       {QStringLiteral("type"), QStringLiteral("string")},
+                       {QStringLiteral("protected"), QStringLiteral("true")},
+                       {QStringLiteral("ts"), 1}};
     return QJsonDocument(record).toJson(QJsonDocument::Compact);
 }
 
@@ -48,11 +50,13 @@ void FillEtcd(EtcdClient& client, const std::vector<Bench::Value>& values)
         if (section != lastSection) {
             lastSection = section;
             batch.push_back({EtcdOperation::Put,
-                             ("zent/" + APP + "/Machine/" + value.group + '/' + value.section).toUtf8(), "{\"ts\":1}"});
+                             ("zent/" + APP + "/Machine/" + value.group + '/' + value.section).toUtf8(),
+                             "{\"ts\":1}"});
         }
-        batch.push_back({EtcdOperation::Put,
-                         ("zent/" + APP + "/Machine/" + value.group + '/' + value.section + '/' + value.name).toUtf8(),
-                         Record(value.text)});
+        batch.push_back(
+            {EtcdOperation::Put,
+             ("zent/" + APP + "/Machine/" + value.group + '/' + value.section + '/' + value.name).toUtf8(),
+             Record(value.text)});
         if (batch.size() >= 120)
             flush();
     }
@@ -78,7 +82,8 @@ QString FillXml(const QString& directory, const std::vector<Bench::Value>& value
 double Percentile(std::vector<double> samples, double fraction)
 {
     std::sort(samples.begin(), samples.end());
-    const size_t index = std::min(samples.size() - 1, size_t(std::ceil(fraction * double(samples.size()))) - 1);
+    const size_t index =
+        std::min(samples.size() - 1, size_t(std::ceil(fraction * double(samples.size()))) - 1);
     return samples[index];
 }
 
@@ -161,10 +166,14 @@ int main(int argc, char** argv)
         putSamples.push_back(double(timer.nsecsElapsed()));
     }
     std::vector<Bench::Row> writeRows;
-    writeRows.push_back({QStringLiteral("write round trip p50"), QString::number(writes),
-                         {Percentile(cfgSamples, 0.5), Percentile(putSamples, 0.5)}, 1.2});
-    writeRows.push_back({QStringLiteral("write round trip p99"), QString::number(writes),
-                         {Percentile(cfgSamples, 0.99), Percentile(putSamples, 0.99)}, 1.2});
+    writeRows.push_back({QStringLiteral("write round trip p50"),
+                         QString::number(writes),
+                         {Percentile(cfgSamples, 0.5), Percentile(putSamples, 0.5)},
+                         1.2});
+    writeRows.push_back({QStringLiteral("write round trip p99"),
+                         QString::number(writes),
+                         {Percentile(cfgSamples, 0.99), Percentile(putSamples, 0.99)},
+                         1.2});
     Bench::PrintTable({QStringLiteral("CfgEtcd"), QStringLiteral("bare put")}, writeRows);
     return 0;
 }

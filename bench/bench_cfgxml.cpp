@@ -448,8 +448,8 @@ int main(int argc, char** argv)
                     "|---|---:|---:|\n",
                     largest);
         for (size_t i = 0; i < stores.size(); ++i)
-            std::printf("| %s | %s | %s |\n", qPrintable(names[int(i)]), qPrintable(FormatKiB(peaks[i].total)),
-                        qPrintable(FormatKiB(peaks[i].opened)));
+            std::printf("| %s | %s | %s |\n", qPrintable(names[int(i)]),
+                        qPrintable(FormatKiB(peaks[i].total)), qPrintable(FormatKiB(peaks[i].opened)));
         const long smaller = std::min(peaks[1].opened, peaks[2].opened);
         const double ratio = smaller > 0 ? double(peaks[0].opened) / double(smaller) : 0;
         std::printf("\nTarget: CfgXml's memory added by opening within 1.5x of the smaller peer: %s (%s)\n\n",

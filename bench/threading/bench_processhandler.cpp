@@ -31,7 +31,8 @@ int main(int argc, char** argv)
         process.reset();
     };
     const double handler = Bench::MedianNs(repeats, finish, [&] {
-        process.reset(ProcessHandler::Instance().StartProgram(program, arguments, dir.path(), false, true, env));
+        process.reset(
+            ProcessHandler::Instance().StartProgram(program, arguments, dir.path(), false, true, env));
     });
     const double bare = Bench::MedianNs(repeats, finish, [&] {
         process.reset(new QProcess);
@@ -44,10 +45,12 @@ int main(int argc, char** argv)
     const double ratio = handler / bare;
     std::printf("## Process start (bench_processhandler)\n\n");
     std::printf("`%s` from the call to \"started\", median of %d starts.\n\n", qPrintable(program), repeats);
-    std::printf("| operation | ProcessHandler::StartProgram | QProcess start + waitForStarted | ratio | target |\n"
-                "|---|---:|---:|---:|---|\n");
-    std::printf("| start to started | %s | %s | %.2fx | <= 1.1x: %s |\n\n", qPrintable(Bench::FormatNs(handler)),
-                qPrintable(Bench::FormatNs(bare)), ratio, ratio <= 1.1 ? "met" : "MISSED");
+    std::printf(
+        "| operation | ProcessHandler::StartProgram | QProcess start + waitForStarted | ratio | target |\n"
+        "|---|---:|---:|---:|---|\n");
+    std::printf("| start to started | %s | %s | %.2fx | <= 1.1x: %s |\n\n",
+                qPrintable(Bench::FormatNs(handler)), qPrintable(Bench::FormatNs(bare)), ratio,
+                ratio <= 1.1 ? "met" : "MISSED");
     ProcessHandler::Instance().aboutToTerminate();
     std::fflush(stdout);
     return 0;

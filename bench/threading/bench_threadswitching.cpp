@@ -28,7 +28,8 @@ namespace {
 
 qint64 NowNs()
 {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
         .count();
 }
 
@@ -127,11 +128,14 @@ int main(int argc, char** argv)
     auto handler = ZENT_THREAD_SWITCHING_HANDLER(false, true);
     for (int r = 0; r < repeats; ++r) {
         ThreadSwitchingAdministration::setEnableNonBlockingEventPosting(true);
-        viaThread.push_back(BlockingRoundTrip(roundTrips, [&](Sink& s) { handler->RunInMainThread(&s, &Sink::Touch); }));
+        viaThread.push_back(
+            BlockingRoundTrip(roundTrips, [&](Sink& s) { handler->RunInMainThread(&s, &Sink::Touch); }));
         ThreadSwitchingAdministration::setEnableNonBlockingEventPosting(false);
-        direct.push_back(BlockingRoundTrip(roundTrips, [&](Sink& s) { handler->RunInMainThread(&s, &Sink::Touch); }));
+        direct.push_back(
+            BlockingRoundTrip(roundTrips, [&](Sink& s) { handler->RunInMainThread(&s, &Sink::Touch); }));
         qt.push_back(BlockingRoundTrip(roundTrips, [](Sink& s) {
-            QMetaObject::invokeMethod(&s, [&s] { s.Touch(); }, Qt::BlockingQueuedConnection);
+            QMetaObject::invokeMethod(
+                &s, [&s] { s.Touch(); }, Qt::BlockingQueuedConnection);
         }));
     }
     ThreadSwitchingAdministration::setEnableNonBlockingEventPosting(true);
@@ -139,7 +143,8 @@ int main(int argc, char** argv)
     std::printf("## Thread switching (bench_threadswitching)\n\n");
     std::printf("Blocking call from a worker to the main thread and back, median of %d runs of %d calls.\n\n",
                 repeats, roundTrips);
-    std::printf("| route | per call | ratio to Qt BlockingQueuedConnection | target |\n|---|---:|---:|---|\n");
+    std::printf(
+        "| route | per call | ratio to Qt BlockingQueuedConnection | target |\n|---|---:|---:|---|\n");
     const auto blockingRow = [&](const char* name, double ns) {
         const double ratio = ns / qtRound;
         std::printf("| %s | %s | %.2fx | <= 1.2x: %s |\n", name, qPrintable(Bench::FormatNs(ns)), ratio,
@@ -155,27 +160,33 @@ int main(int argc, char** argv)
     std::vector<Throughput> ours, theirs;
     auto nonBlocking = ZENT_THREAD_SWITCHING_HANDLER(false, false);
     for (int r = 0; r < repeats; ++r) {
-        ours.push_back(NonBlocking(producers, callsEach,
-                                   [&](Sink& s) { nonBlocking->RunInMainThread(&s, &Sink::Arrive, NowNs()); }));
+        ours.push_back(NonBlocking(producers, callsEach, [&](Sink& s) {
+            nonBlocking->RunInMainThread(&s, &Sink::Arrive, NowNs());
+        }));
         theirs.push_back(NonBlocking(producers, callsEach, [](Sink& s) {
             const qint64 sent = NowNs();
-            QMetaObject::invokeMethod(&s, [&s, sent] { s.Arrive(sent); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                &s, [&s, sent] { s.Arrive(sent); }, Qt::QueuedConnection);
         }));
     }
-    const auto byRate = [](const Throughput& a, const Throughput& b) { return a.callsPerSecond < b.callsPerSecond; };
+    const auto byRate = [](const Throughput& a, const Throughput& b) {
+        return a.callsPerSecond < b.callsPerSecond;
+    };
     std::sort(ours.begin(), ours.end(), byRate);
     std::sort(theirs.begin(), theirs.end(), byRate);
     const Throughput& o = ours[ours.size() / 2];
     const Throughput& t = theirs[theirs.size() / 2];
     const double ratio = o.callsPerSecond / t.callsPerSecond;
-    std::printf("Non-blocking calls of %d producer threads, %d calls each (median of %d runs); latency from the "
-                "call to its execution in the main thread.\n\n",
-                producers, callsEach, repeats);
+    std::printf(
+        "Non-blocking calls of %d producer threads, %d calls each (median of %d runs); latency from the "
+        "call to its execution in the main thread.\n\n",
+        producers, callsEach, repeats);
     std::printf("| route | calls/s | p50 latency | p99 latency | throughput ratio | target |\n"
                 "|---|---:|---:|---:|---:|---|\n");
-    std::printf("| ThreadSwitchingHandler through the posting thread | %.0f | %s | %s | %.2fx | >= 0.8x: %s |\n",
-                o.callsPerSecond, qPrintable(Bench::FormatNs(o.p50)), qPrintable(Bench::FormatNs(o.p99)), ratio,
-                ratio >= 0.8 ? "met" : "MISSED");
+    std::printf(
+        "| ThreadSwitchingHandler through the posting thread | %.0f | %s | %s | %.2fx | >= 0.8x: %s |\n",
+        o.callsPerSecond, qPrintable(Bench::FormatNs(o.p50)), qPrintable(Bench::FormatNs(o.p99)), ratio,
+        ratio >= 0.8 ? "met" : "MISSED");
     std::printf("| QMetaObject::invokeMethod, QueuedConnection | %.0f | %s | %s | 1.00x | - |\n\n",
                 t.callsPerSecond, qPrintable(Bench::FormatNs(t.p50)), qPrintable(Bench::FormatNs(t.p99)));
     std::fflush(stdout);

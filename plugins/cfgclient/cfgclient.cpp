@@ -26,8 +26,9 @@ bool CfgClient::Execute()
 
 QString CfgClient::MemberOf(const QString& serverObjectName)
 {
-    QString host = serverObjectName.startsWith(SERVER_OBJECT_PREFIX) ? serverObjectName.mid(SERVER_OBJECT_PREFIX.size())
-                                                                      : serverObjectName;
+    QString host = serverObjectName.startsWith(SERVER_OBJECT_PREFIX)
+                       ? serverObjectName.mid(SERVER_OBJECT_PREFIX.size())
+                       : serverObjectName;
     if (host.isEmpty())
         host = QStringLiteral("127.0.0.1");
     const QString defaultPort = QLatin1Char(':') + QString::number(DEFAULT_PORT);

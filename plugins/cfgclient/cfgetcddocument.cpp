@@ -182,9 +182,8 @@ void CfgEtcdDocument::EnsureLoaded(const QStringList& path)
 void CfgEtcdDocument::Load(const QString& application)
 {
     qint64 revision = 0;
-    const std::vector<EtcdKeyValue> kvs =
-        m_pClient->Range(application.isEmpty() ? m_prefix : m_prefix + application.toUtf8() + KEY_SEPARATOR,
-                         &revision);
+    const std::vector<EtcdKeyValue> kvs = m_pClient->Range(
+        application.isEmpty() ? m_prefix : m_prefix + application.toUtf8() + KEY_SEPARATOR, &revision);
     {
         std::lock_guard<std::mutex> locker(m_mutex);
         ClearApplication(application);
@@ -236,10 +235,11 @@ void CfgEtcdDocument::ClearApplication(const QString& application)
 void CfgEtcdDocument::Insert(CfgEtcdElement* parent, std::unique_ptr<CfgEtcdElement> child)
 {
     child->parent = parent;
-    const auto position =
-        std::upper_bound(parent->children.begin(), parent->children.end(), child,
-                         [](const std::unique_ptr<CfgEtcdElement>& left,
-                            const std::unique_ptr<CfgEtcdElement>& right) { return Precedes(*left, *right); });
+    const auto position = std::upper_bound(
+        parent->children.begin(), parent->children.end(), child,
+        [](const std::unique_ptr<CfgEtcdElement>& left, const std::unique_ptr<CfgEtcdElement>& right) {
+            return Precedes(*left, *right);
+        });
     parent->byName.insert(child->name, child.get());
     parent->children.insert(position, std::move(child));
 }

@@ -5,10 +5,10 @@
 #include "configuration/icfg.h"
 
 #include <QHash>
-#include <mutex>
 #include <QObject>
 #include <QSet>
 #include <QStringList>
+#include <mutex>
 
 #include <memory>
 #include <optional>
@@ -23,7 +23,7 @@ struct CfgEtcdElement
 {
     QString name;
     std::optional<QString> text;
-    std::optional<QString> type;      ///< "string", "integer", "boolean" or what a writer stored
+    std::optional<QString> type;       ///< "string", "integer", "boolean" or what a writer stored
     std::optional<QString> protection; ///< "true", "false" or absent, as the "protected" attribute
     qint64 ts = 0;
     /// The text came after child elements (a node's own text set later), so
@@ -113,7 +113,10 @@ public:
     /// Loads the application of `path` (all for an empty path) unless held.
     void EnsureLoaded(const QStringList& path);
     /// Whether the application of `path` is held; caller holds Mutex().
-    bool IsLoaded(const QStringList& path) const { return path.isEmpty() ? m_bAllLoaded : IsHeld(path.first()); }
+    bool IsLoaded(const QStringList& path) const
+    {
+        return path.isEmpty() ? m_bAllLoaded : IsHeld(path.first());
+    }
     /// Stops following changes (the service client disconnects).
     void StopWatching();
 
@@ -127,8 +130,8 @@ public:
     {
         ICfg::View view;
         QStringList path;
-        bool remove = false;     ///< removes the element with everything below it
-        CfgEtcdRecord record;    ///< the element's new record (puts)
+        bool remove = false;  ///< removes the element with everything below it
+        CfgEtcdRecord record; ///< the element's new record (puts)
     };
     /// Sends `changes` to etcd and, once acknowledged, applies them to the
     /// cache. Throws KVException (cache unchanged) otherwise. Called without
@@ -151,10 +154,11 @@ signals:
 
 private:
     bool ParseKey(const QByteArray& key, ICfg::View* view, QStringList* path) const;
-    void ApplyPut(ICfg::View view, const QStringList& path, const CfgEtcdRecord& record, qint64 createRevision,
-                  qint64 modRevision);
+    void ApplyPut(ICfg::View view, const QStringList& path, const CfgEtcdRecord& record,
+                  qint64 createRevision, qint64 modRevision);
     void ApplyRemove(ICfg::View view, const QStringList& path, qint64 revision, bool recordLocal);
-    void CollectKeys(ICfg::View view, QStringList path, const CfgEtcdElement& element, QList<QByteArray>* keys) const;
+    void CollectKeys(ICfg::View view, QStringList path, const CfgEtcdElement& element,
+                     QList<QByteArray>* keys) const;
     QList<QByteArray> MarkInFlight(const std::vector<Change>& changes, size_t first, size_t end,
                                    const std::vector<EtcdOperation>& batch);
     bool IsOwnEcho(const EtcdEvent& event) const;

@@ -43,7 +43,11 @@ QByteArray FromBase64(const QJsonValue& value)
 
 qint64 Revision(const QJsonObject& answer)
 {
-    return answer.value(QLatin1String("header")).toObject().value(QLatin1String("revision")).toString().toLongLong();
+    return answer.value(QLatin1String("header"))
+        .toObject()
+        .value(QLatin1String("revision"))
+        .toString()
+        .toLongLong();
 }
 
 // What etcd's error texts mean for the user of an application.
@@ -53,18 +57,20 @@ QString RefusalText(const QString& error, const EtcdClientOptions& options)
         return QStringLiteral("The configuration service requires a user name and password, and none is "
                               "configured for this client.");
     if (error.contains(QLatin1String("authentication failed")))
-        return QStringLiteral("The configuration service refused the user \"%1\": wrong user name or password.")
+        return QStringLiteral(
+                   "The configuration service refused the user \"%1\": wrong user name or password.")
             .arg(options.user);
     if (error.contains(QLatin1String("permission denied")))
-        return QStringLiteral("The configuration service denied the user \"%1\" this access: permission denied.")
+        return QStringLiteral(
+                   "The configuration service denied the user \"%1\" this access: permission denied.")
             .arg(options.user.isEmpty() ? QStringLiteral("(anonymous)") : options.user);
     return QStringLiteral("The configuration service refused the request: %1").arg(error);
 }
 
 } // namespace
 
-EtcdClient::EtcdClient(const EtcdClientOptions& options) : m_options(options), m_pCurl(nullptr), m_nMember(0), m_bUnreachable(false),
-      m_bOneTryPerMember(false)
+EtcdClient::EtcdClient(const EtcdClientOptions& options)
+    : m_options(options), m_pCurl(nullptr), m_nMember(0), m_bUnreachable(false), m_bOneTryPerMember(false)
 {
     InitialiseCurl();
     m_pCurl = curl_easy_init();
@@ -109,7 +115,8 @@ void EtcdClient::SetTransportOptions(CURL* curl, const EtcdClientOptions& option
         // In TLS 1.2 a member refuses an untrusted client certificate within
         // the handshake, with an alert this client can report; in TLS 1.3 the
         // refusal comes after it and looks like a broken connection.
-        curl_easy_setopt(curl, CURLOPT_SSLVERSION, long(CURL_SSLVERSION_TLSv1_2 | CURL_SSLVERSION_MAX_TLSv1_2));
+        curl_easy_setopt(curl, CURLOPT_SSLVERSION,
+                         long(CURL_SSLVERSION_TLSv1_2 | CURL_SSLVERSION_MAX_TLSv1_2));
     }
     if (!options.keyFile.isEmpty())
         curl_easy_setopt(curl, CURLOPT_SSLKEY, options.keyFile.toLocal8Bit().constData());
@@ -207,7 +214,8 @@ QJsonObject EtcdClient::Post(const char* path, const QJsonObject& body, const ch
         if (status == 200)
             return object;
         const QString error = object.value(QLatin1String("error")).toString();
-        if (error.contains(QLatin1String("invalid auth token")) && !m_options.user.isEmpty() && !signedInAgain) {
+        if (error.contains(QLatin1String("invalid auth token")) && !m_options.user.isEmpty() &&
+            !signedInAgain) {
             // Tokens expire; sign in once more and repeat.
             signedInAgain = true;
             Authenticate(operation);
@@ -219,7 +227,8 @@ QJsonObject EtcdClient::Post(const char* path, const QJsonObject& body, const ch
             QThread::msleep(RETRY_PAUSE_MS);
             continue;
         }
-        Fail(RefusalText(error.isEmpty() ? QString::fromUtf8(answer) : error, m_options), operation, __LINE__);
+        Fail(RefusalText(error.isEmpty() ? QString::fromUtf8(answer) : error, m_options), operation,
+             __LINE__);
     }
     m_bUnreachable = true;
     Fail(QStringLiteral("The configuration service cannot be reached at %1 (%2).")
@@ -235,7 +244,8 @@ void EtcdClient::FailOnCertificate(int curlCode, const QString& member, const ch
     const QString detail = QString::fromUtf8(m_errorText);
     if (curlCode == CURLE_PEER_FAILED_VERIFICATION) {
         _Q_Trace(detail, "cfgclient/etcdclient", __LINE__);
-        Fail(QStringLiteral("The certificate of the configuration service at %1 is not trusted by this client.")
+        Fail(QStringLiteral(
+                 "The certificate of the configuration service at %1 is not trusted by this client.")
                  .arg(member),
              operation, __LINE__);
     }
@@ -248,7 +258,8 @@ void EtcdClient::FailOnCertificate(int curlCode, const QString& member, const ch
     // The member ended the handshake with a TLS alert: it does not trust this client's certificate.
     if (detail.contains(QLatin1String("alert"))) {
         _Q_Trace(detail, "cfgclient/etcdclient", __LINE__);
-        Fail(QStringLiteral("The configuration service at %1 did not accept this client's certificate.").arg(member),
+        Fail(QStringLiteral("The configuration service at %1 did not accept this client's certificate.")
+                 .arg(member),
              operation, __LINE__);
     }
 }

@@ -3,9 +3,9 @@
 
 #include <QByteArray>
 #include <QJsonObject>
-#include <mutex>
 #include <QString>
 #include <QStringList>
+#include <mutex>
 
 #include <vector>
 
@@ -106,8 +106,8 @@ public:
 
 private:
     QJsonObject Post(const char* path, const QJsonObject& body, const char* operation);
-    bool PostOnce(const QString& url, const QByteArray& body, int timeoutMs, QByteArray* answer,
-                  long* status, int* curlCode);
+    bool PostOnce(const QString& url, const QByteArray& body, int timeoutMs, QByteArray* answer, long* status,
+                  int* curlCode);
     void FailOnCertificate(int curlCode, const QString& member, const char* operation);
     void Authenticate(const char* operation);
     [[noreturn]] void Fail(const QString& message, const char* operation, int line) const;

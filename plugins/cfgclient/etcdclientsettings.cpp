@@ -20,7 +20,8 @@ QString EtcdClientSettings::ConfigFile()
     const QString named = SecureEnvironment("ZENT_CFGCLIENT_CONFIG");
     if (!named.isEmpty())
         return named;
-    return QStandardPaths::locate(QStandardPaths::GenericConfigLocation, QStringLiteral("zent/cfgclient.conf"));
+    return QStandardPaths::locate(QStandardPaths::GenericConfigLocation,
+                                  QStringLiteral("zent/cfgclient.conf"));
 }
 
 EtcdClientOptions EtcdClientSettings::Load(const QString& member)
@@ -45,8 +46,10 @@ EtcdClientOptions EtcdClientSettings::Load(const QString& member)
     options.certFile = entry("cert", "ZENT_CFGCLIENT_CERT");
     options.keyFile = entry("key", "ZENT_CFGCLIENT_KEY");
     options.user = entry("user", "ZENT_CFGCLIENT_USER");
-    options.connectTimeoutMs = settings.value(QStringLiteral("connectTimeoutMs"), options.connectTimeoutMs).toInt();
-    options.requestTimeoutMs = settings.value(QStringLiteral("requestTimeoutMs"), options.requestTimeoutMs).toInt();
+    options.connectTimeoutMs =
+        settings.value(QStringLiteral("connectTimeoutMs"), options.connectTimeoutMs).toInt();
+    options.requestTimeoutMs =
+        settings.value(QStringLiteral("requestTimeoutMs"), options.requestTimeoutMs).toInt();
     const QString passwordFile = entry("passwordFile", "ZENT_CFGCLIENT_PASSWORD_FILE");
     if (!options.user.isEmpty() && !passwordFile.isEmpty())
         options.password = ReadPassword(passwordFile);
@@ -62,9 +65,10 @@ QByteArray EtcdClientSettings::ReadPassword(const QString& fileName)
     };
     if (info.isSymLink() || !info.isFile())
         fail(QStringLiteral("is not a regular file."), __LINE__);
-    if (info.permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther | QFileDevice::WriteGroup |
-                              QFileDevice::WriteOther))
-        fail(QStringLiteral("may be read or written by others; it must be readable by its owner only."), __LINE__);
+    if (info.permissions() &
+        (QFileDevice::ReadGroup | QFileDevice::ReadOther | QFileDevice::WriteGroup | QFileDevice::WriteOther))
+        fail(QStringLiteral("may be read or written by others; it must be readable by its owner only."),
+             __LINE__);
     QFile file(fileName);
     if (info.size() > MAX_PASSWORD_FILE || !file.open(QIODevice::ReadOnly))
         fail(QStringLiteral("cannot be read."), __LINE__);

@@ -59,10 +59,11 @@ void EtcdWatcher::WatchOnce(const QString& url)
 {
     QJsonObject request;
     request.insert(QStringLiteral("key"), QString::fromLatin1(m_prefix.toBase64()));
-    request.insert(QStringLiteral("range_end"), QString::fromLatin1(EtcdClient::PrefixEnd(m_prefix).toBase64()));
+    request.insert(QStringLiteral("range_end"),
+                   QString::fromLatin1(EtcdClient::PrefixEnd(m_prefix).toBase64()));
     request.insert(QStringLiteral("start_revision"), QString::number(m_nextRevision.load()));
-    const QByteArray body =
-        QJsonDocument(QJsonObject{{QStringLiteral("create_request"), request}}).toJson(QJsonDocument::Compact);
+    const QByteArray body = QJsonDocument(QJsonObject{{QStringLiteral("create_request"), request}})
+                                .toJson(QJsonDocument::Compact);
     const QByteArray target = (url + QLatin1String("/v3/watch")).toUtf8();
     CURL* curl = curl_easy_init();
     EtcdClient::SetTransportOptions(curl, m_pClient->Options());

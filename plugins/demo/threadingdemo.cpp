@@ -59,7 +59,8 @@ void ThreadingDemo::Work()
     // Once the application terminates, calls from threads are no longer delivered.
     for (int count = 1; !m_bStop.load() && !ThreadingHelper::EventPostingThread::isTerminating(); ++count) {
         const bool blocking = count % 2 == 1;
-        ZENT_THREAD_SWITCHING_HANDLER(false, blocking)->RunInMainThread(this, &ThreadingDemo::ShowCount, count, blocking);
+        ZENT_THREAD_SWITCHING_HANDLER(false, blocking)
+            ->RunInMainThread(this, &ThreadingDemo::ShowCount, count, blocking);
         QThread::msleep(TICK_MS);
     }
     m_bWorkerDone.store(true);
@@ -78,10 +79,13 @@ void ThreadingDemo::StartProgram()
 {
     ProcessHandler& handler = ProcessHandler::Instance();
     // Tracked: the program ends with the application.
-    QProcess* process = handler.StartProgram(m_pProgram->text(), m_pParams->text(), QDir::homePath(), true, false);
+    QProcess* process =
+        handler.StartProgram(m_pProgram->text(), m_pParams->text(), QDir::homePath(), true, false);
     if (handler.IsProcessAlive(process))
-        m_pProgramState->setText(tr("Started %1 (process %2)").arg(m_pProgram->text()).arg(process->processId()));
+        m_pProgramState->setText(
+            tr("Started %1 (process %2)").arg(m_pProgram->text()).arg(process->processId()));
     else
         m_pProgramState->setText(tr("Could not start %1").arg(m_pProgram->text()));
-    connect(process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), process, &QObject::deleteLater);
+    connect(process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), process,
+            &QObject::deleteLater);
 }

@@ -44,8 +44,8 @@ ProcessHandler::~ProcessHandler()
         qDeleteAll(m_outputHandlers);
 }
 
-QProcess* ProcessHandler::StartProgram(const QString& program, const QString& params, const QString& workingDir,
-                                       bool track, bool startInCallingThread)
+QProcess* ProcessHandler::StartProgram(const QString& program, const QString& params,
+                                       const QString& workingDir, bool track, bool startInCallingThread)
 {
     // Deliberately every single blank: two blanks give an empty parameter,
     // an empty string one empty parameter.
@@ -54,8 +54,9 @@ QProcess* ProcessHandler::StartProgram(const QString& program, const QString& pa
                         QProcessEnvironment::systemEnvironment());
 }
 
-QProcess* ProcessHandler::StartProgram(const QString& program, const QStringList& params, const QString& workingDir,
-                                       bool track, bool startInCallingThread, const QProcessEnvironment& env)
+QProcess* ProcessHandler::StartProgram(const QString& program, const QStringList& params,
+                                       const QString& workingDir, bool track, bool startInCallingThread,
+                                       const QProcessEnvironment& env)
 {
     auto* process = new QProcess;
     process->setProcessEnvironment(env);
@@ -134,8 +135,8 @@ int ProcessHandler::StartHiddenLegacyProgram(const QString& program, const QStri
     int result = -1;
     if (ZentOS::Create().StartHiddenLegacyProgram(program.toStdU16String(), params.toStdU16String(), result))
         return result;
-    _Q_Trace(QStringLiteral("Starting of the legacy program ") + program + QStringLiteral(" failed with params: ")
-                 + params,
+    _Q_Trace(QStringLiteral("Starting of the legacy program ") + program +
+                 QStringLiteral(" failed with params: ") + params,
              TRACE_SOURCE, __LINE__);
     return -1;
 }
@@ -159,7 +160,8 @@ WinPosition ProcessHandler::GetWindowPositions(QProcess* process)
         return position;
     ZentOS::WindowPlacement placement;
     if (ZentOS::Create().GetWindowPlacement(process->processId(), placement))
-        position = WinPosition{placement.left, placement.top, placement.right, placement.bottom, placement.showState};
+        position = WinPosition{placement.left, placement.top, placement.right, placement.bottom,
+                               placement.showState};
     return position;
 }
 

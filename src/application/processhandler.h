@@ -51,13 +51,13 @@ public:
 
     /// Splits `params` at every single blank, keeping empty parts (two
     /// blanks give an empty parameter), and starts with the system's environment.
-    QProcess* StartProgram(const QString& program, const QString& params, const QString& workingDir, bool track,
-                           bool startInCallingThread);
+    QProcess* StartProgram(const QString& program, const QString& params, const QString& workingDir,
+                           bool track, bool startInCallingThread);
     /// Starts `program`; the process is returned whether it started or not
     /// and belongs to the caller. Parameters with a double quote are handed
     /// over natively (see NativeArguments).
-    QProcess* StartProgram(const QString& program, const QStringList& params, const QString& workingDir, bool track,
-                           bool startInCallingThread, const QProcessEnvironment& env);
+    QProcess* StartProgram(const QString& program, const QStringList& params, const QString& workingDir,
+                           bool track, bool startInCallingThread, const QProcessEnvironment& env);
     /// Starts a program detached, without a window or terminal; its process
     /// id, or -1 when it could not be started.
     int StartHiddenLegacyProgram(const QString& program, const QString& params);
@@ -98,7 +98,8 @@ private:
     static void SetNativeArguments(QProcess* process, const QString& nativeArguments);
     static QStringList ArgumentsAsReceived(const QProcess* process, const QString& program,
                                            const QStringList& arguments);
-    static void Start(QProcess* process, const QString& program, const QStringList& arguments, bool inCallingThread);
+    static void Start(QProcess* process, const QString& program, const QStringList& arguments,
+                      bool inCallingThread);
     static bool WaitForStarted(QProcess* process);
     static void TraceNotStarted(const QString& program);
 

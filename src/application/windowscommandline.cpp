@@ -10,7 +10,8 @@ bool IsBlank(QChar c)
 QString ProgramPart(const QString& program)
 {
     QString name = program;
-    if (!name.startsWith(QLatin1Char('"')) && !name.endsWith(QLatin1Char('"')) && name.contains(QLatin1Char(' ')))
+    if (!name.startsWith(QLatin1Char('"')) && !name.endsWith(QLatin1Char('"')) &&
+        name.contains(QLatin1Char(' ')))
         name = QLatin1Char('"') + name + QLatin1Char('"');
     name.replace(QLatin1Char('/'), QLatin1Char('\\'));
     return name;

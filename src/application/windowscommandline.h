@@ -18,7 +18,8 @@ public:
     /// The command line as Qt builds it on Windows: the program (quoted when
     /// it has a blank), each argument quoted by Qt's rules, then the native
     /// argument string as it stands.
-    static QString Build(const QString& program, const QStringList& arguments, const QString& nativeArguments);
+    static QString Build(const QString& program, const QStringList& arguments,
+                         const QString& nativeArguments);
 
     /// argv as the Windows C runtime splits `commandLine`: argv[0] by the
     /// program-name rule, the rest by the backslash, quote and doubled-quote rules.

@@ -1197,8 +1197,8 @@ void CfgXml::SaveDocument()
 // by the rotation's file operations, never followed.
 bool CfgXml::RotationFindsOnlyFiles(const QString& fileName)
 {
-    for (const QString& name : {fileName, fileName + QStringLiteral(".temp"), fileName + QStringLiteral(".bak"),
-                                fileName + QStringLiteral(".bak.temp")}) {
+    for (const QString& name : {fileName, fileName + QStringLiteral(".temp"),
+                                fileName + QStringLiteral(".bak"), fileName + QStringLiteral(".bak.temp")}) {
         const QFileInfo info(name);
         const bool link = info.isSymLink();
         const bool foreign = (link && name == fileName) || (!link && info.exists() && !info.isFile());
@@ -1327,7 +1327,8 @@ void MergeValue(const QDomElement& source, QDomElement target, DomLookup& model)
     QDomText targetText = FirstTextChild(target);
     if (targetText.isNull()) {
         targetText =
-            model.InsertBefore(target, target.ownerDocument().createTextNode(text), target.firstChild()).toText();
+            model.InsertBefore(target, target.ownerDocument().createTextNode(text), target.firstChild())
+                .toText();
         model.Changed();
         ApplyStamp(targetText, CfgXml::TS_Advance, false);
     } else if (targetText.data() != text) {

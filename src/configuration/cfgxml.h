@@ -63,9 +63,9 @@ struct CfgXmlData;
 ///   read only in these, the user side file in every usage; neither unless
 ///   SuppressSideFiles() was called. A save stops with KVException before
 ///   its rotation when the file or one of its ".temp", ".bak", ".bak.temp"
-///   names is something other than a regular file (a folder, a link). When a side file does not exist, the view
-///   found in the main file (an older one-file document) is kept. An emptied
-///   view is written as the template only when its side file exists.
+///   names is something other than a regular file (a folder, a link). When a side file does not exist, the
+///   view found in the main file (an older one-file document) is kept. An emptied view is written as the
+///   template only when its side file exists.
 /// - An unparsable side file is reported, set aside as ".corrupt." like the
 ///   main file and replaced by its ".bak" when that parses; otherwise the view
 ///   starts from its template.

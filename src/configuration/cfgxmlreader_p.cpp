@@ -403,9 +403,10 @@ bool Reader::Read(QDomDocument& document)
     SkipSpace();
     if (m_p >= m_end || *m_p != '<')
         return false;
-    QDomDocument result = typeName.isEmpty()
-                              ? QDomDocument()
-                              : QDomDocument(QDomImplementation().createDocumentType(typeName, QString(), QString()));
+    QDomDocument result =
+        typeName.isEmpty()
+            ? QDomDocument()
+            : QDomDocument(QDomImplementation().createDocumentType(typeName, QString(), QString()));
     if (!declaration.isNull())
         result.appendChild(result.createProcessingInstruction(QStringLiteral("xml"), declaration));
     if (!Element(result))

@@ -235,7 +235,8 @@ bool ZentOS::GetWindowPlacement(qint64 processId, WindowPlacement& placement) co
 
 bool ZentOS::SetWindowPlacement(qint64 processId, const WindowPlacement& placement)
 {
-    const int values[5] = {placement.left, placement.top, placement.right, placement.bottom, placement.showState};
+    const int values[5] = {placement.left, placement.top, placement.right, placement.bottom,
+                           placement.showState};
     return ZentWindowPlacement::Set(processId, values);
 }
 

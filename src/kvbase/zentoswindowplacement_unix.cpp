@@ -31,8 +31,7 @@ struct ConnectionCloser
 };
 using Connection = std::unique_ptr<xcb_connection_t, ConnectionCloser>;
 
-template <typename Reply>
-std::unique_ptr<Reply, decltype(&std::free)> Owned(Reply* reply)
+template <typename Reply> std::unique_ptr<Reply, decltype(&std::free)> Owned(Reply* reply)
 {
     return std::unique_ptr<Reply, decltype(&std::free)>(reply, &std::free);
 }
@@ -79,7 +78,8 @@ public:
     std::vector<uint32_t> Property(xcb_window_t window, xcb_atom_t property) const
     {
         auto reply = Owned(xcb_get_property_reply(
-            Get(), xcb_get_property(Get(), 0, window, property, XCB_GET_PROPERTY_TYPE_ANY, 0, 1024), nullptr));
+            Get(), xcb_get_property(Get(), 0, window, property, XCB_GET_PROPERTY_TYPE_ANY, 0, 1024),
+            nullptr));
         if (!reply || reply->format != 32)
             return {};
         return Copy(static_cast<const uint32_t*>(xcb_get_property_value(reply.get())),
@@ -96,7 +96,8 @@ public:
 
     bool IsViewable(xcb_window_t window) const
     {
-        auto reply = Owned(xcb_get_window_attributes_reply(Get(), xcb_get_window_attributes(Get(), window), nullptr));
+        auto reply =
+            Owned(xcb_get_window_attributes_reply(Get(), xcb_get_window_attributes(Get(), window), nullptr));
         return reply && reply->map_state == XCB_MAP_STATE_VIEWABLE;
     }
 
@@ -115,7 +116,8 @@ bool Contains(const std::vector<uint32_t>& values, uint32_t value)
 
 bool IsMinimised(const Display& display, xcb_window_t window)
 {
-    if (Contains(display.Property(window, display.Atom("_NET_WM_STATE")), display.Atom("_NET_WM_STATE_HIDDEN")))
+    if (Contains(display.Property(window, display.Atom("_NET_WM_STATE")),
+                 display.Atom("_NET_WM_STATE_HIDDEN")))
         return true;
     const std::vector<uint32_t> wmState = display.Property(window, display.Atom("WM_STATE"));
     return !wmState.empty() && wmState.front() == ICCCM_ICONIC_STATE;
@@ -151,8 +153,8 @@ int ShowState(const Display& display, xcb_window_t window)
     if (IsMinimised(display, window))
         return SHOW_MINIMIZED;
     const std::vector<uint32_t> state = display.Property(window, display.Atom("_NET_WM_STATE"));
-    if (Contains(state, display.Atom("_NET_WM_STATE_MAXIMIZED_VERT"))
-        && Contains(state, display.Atom("_NET_WM_STATE_MAXIMIZED_HORZ")))
+    if (Contains(state, display.Atom("_NET_WM_STATE_MAXIMIZED_VERT")) &&
+        Contains(state, display.Atom("_NET_WM_STATE_MAXIMIZED_HORZ")))
         return SHOW_MAXIMIZED;
     return SHOW_NORMAL;
 }
@@ -199,7 +201,8 @@ bool Get(qint64 processId, int values[5])
     const xcb_window_t window = FindWindow(display, processId);
     if (!window)
         return false;
-    auto geometry = Owned(xcb_get_geometry_reply(display.Get(), xcb_get_geometry(display.Get(), window), nullptr));
+    auto geometry =
+        Owned(xcb_get_geometry_reply(display.Get(), xcb_get_geometry(display.Get(), window), nullptr));
     auto origin = Owned(xcb_translate_coordinates_reply(
         display.Get(), xcb_translate_coordinates(display.Get(), window, display.Root(), 0, 0), nullptr));
     if (!geometry || !origin)
@@ -221,11 +224,11 @@ bool Set(qint64 processId, const int values[5])
     if (!window)
         return false;
     if (values[2] > values[0] && values[3] > values[1]) {
-        const uint32_t geometry[] = {uint32_t(values[0]), uint32_t(values[1]), uint32_t(values[2] - values[0]),
-                                     uint32_t(values[3] - values[1])};
+        const uint32_t geometry[] = {uint32_t(values[0]), uint32_t(values[1]),
+                                     uint32_t(values[2] - values[0]), uint32_t(values[3] - values[1])};
         xcb_configure_window(display.Get(), window,
-                             XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y | XCB_CONFIG_WINDOW_WIDTH
-                                 | XCB_CONFIG_WINDOW_HEIGHT,
+                             XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y | XCB_CONFIG_WINDOW_WIDTH |
+                                 XCB_CONFIG_WINDOW_HEIGHT,
                              geometry);
     }
     if (values[4] >= SHOW_NORMAL && values[4] <= SHOW_MAXIMIZED)

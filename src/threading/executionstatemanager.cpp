@@ -30,10 +30,11 @@ void ExecutionStateManager::waitForExecution()
     // Deliberately one wait without a loop: any wake-up, even a spurious one, ends it.
     const bool woken = m_condition.wait(&m_mutex, WaitTimeout());
     if (!woken)
-        _Q_TraceOld(ErrorHandler::Q_EXPERT_TRACE,
-                    QStringLiteral("Warning: ExecutionStateManager::waitForExecution(): Wait for execution timed "
-                                   "out! (")
-                        + m_sCallerInformation + QLatin1Char(')'));
+        _Q_TraceOld(
+            ErrorHandler::Q_EXPERT_TRACE,
+            QStringLiteral("Warning: ExecutionStateManager::waitForExecution(): Wait for execution timed "
+                           "out! (") +
+                m_sCallerInformation + QLatin1Char(')'));
 }
 
 ExecutionStateManager::ExecutionState ExecutionStateManager::GetState() const

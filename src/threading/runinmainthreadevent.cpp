@@ -15,19 +15,16 @@ bool RunInMainThreadEvent_Impl::s_bExecuteOnDeletionAllowed = false;
 
 RunInMainThreadEvent_Impl::RunInMainThreadEvent_Impl(ThreadSwitchingHandler* handler)
     : QEvent(static_cast<QEvent::Type>(EVENT_TYPE)),
-      m_sCallerInformation(handler ? handler->GetCallerInformation() : QString()),
-      m_pObject(nullptr),
+      m_sCallerInformation(handler ? handler->GetCallerInformation() : QString()), m_pObject(nullptr),
       m_bObjectValid(true)
 {
     m_pExecutionStateManager = std::make_shared<ExecutionStateManager>(m_sCallerInformation);
 }
 
 RunInMainThreadEvent_Impl::RunInMainThreadEvent_Impl(const RunInMainThreadEvent_Impl& other)
-    : QEvent(other),
-      SafeThreadSwitchingListener(other),
+    : QEvent(other), SafeThreadSwitchingListener(other),
       m_pExecutionStateManager(other.m_pExecutionStateManager),
-      m_sCallerInformation(other.m_sCallerInformation),
-      m_pObject(other.m_pObject.load()),
+      m_sCallerInformation(other.m_sCallerInformation), m_pObject(other.m_pObject.load()),
       m_bObjectValid(other.m_bObjectValid.load())
 {
 }
@@ -67,11 +64,12 @@ void RunInMainThreadEvent_Impl::processEvent(bool dispatched)
 
 void RunInMainThreadEvent_Impl::markNotExecuted()
 {
-    _Q_TraceOld(ErrorHandler::Q_EXPERT_TRACE,
-                QStringLiteral("Warning: RunInMainThreadEvent_Impl::execute(): Event is not executed because either "
-                               "it is not allowed to do it or the object, whose method should be called, has been "
-                               "deleted (")
-                    + m_sCallerInformation + QLatin1Char(')'));
+    _Q_TraceOld(
+        ErrorHandler::Q_EXPERT_TRACE,
+        QStringLiteral("Warning: RunInMainThreadEvent_Impl::execute(): Event is not executed because either "
+                       "it is not allowed to do it or the object, whose method should be called, has been "
+                       "deleted (") +
+            m_sCallerInformation + QLatin1Char(')'));
     m_pExecutionStateManager->Finish(ExecutionStateManager::NotExecuted);
 }
 

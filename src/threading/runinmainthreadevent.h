@@ -48,7 +48,10 @@ public:
 
     /// A new reference to the call's outcome, shared with the event; it
     /// stays valid after the event is deleted.
-    std::shared_ptr<ExecutionStateManager> GetExecutionStateManager() const { return m_pExecutionStateManager; }
+    std::shared_ptr<ExecutionStateManager> GetExecutionStateManager() const
+    {
+        return m_pExecutionStateManager;
+    }
     /// The calling file and line, as the handler recorded them.
     QString GetCallerInformation() const { return m_sCallerInformation; }
     /// False once the tracked object was deleted or could not be registered.
@@ -108,8 +111,7 @@ private:
 /// RunInMainThreadEvent0 calls a method without arguments; RunInMainThreadEvent1
 /// to RunInMainThreadEvent5 bind one to five. They are made by
 /// ThreadSwitchingHandler_TemplateWrapper::RunInMainThread().
-template <typename T, typename Method>
-class RunInMainThreadEvent0 : public RunInMainThreadEvent_Impl
+template <typename T, typename Method> class RunInMainThreadEvent0 : public RunInMainThreadEvent_Impl
 {
 public:
     /// Binds `method` of `object`; `handler` names the caller.
@@ -152,7 +154,8 @@ class RunInMainThreadEvent2 : public RunInMainThreadEvent_Impl
 {
 public:
     /// Binds `method` of `object` and copies of `a1` and `a2`; `handler` names the caller.
-    RunInMainThreadEvent2(ThreadSwitchingHandler* handler, T* object, Method method, const A1& a1, const A2& a2)
+    RunInMainThreadEvent2(ThreadSwitchingHandler* handler, T* object, Method method, const A1& a1,
+                          const A2& a2)
         : RunInMainThreadEvent_Impl(handler), m_pTarget(object), m_method(method), m_a1(a1), m_a2(a2)
     {
     }
@@ -173,9 +176,10 @@ class RunInMainThreadEvent3 : public RunInMainThreadEvent_Impl
 {
 public:
     /// Binds `method` of `object` and copies of `a1` to `a3`; `handler` names the caller.
-    RunInMainThreadEvent3(ThreadSwitchingHandler* handler, T* object, Method method, const A1& a1, const A2& a2,
-                          const A3& a3)
-        : RunInMainThreadEvent_Impl(handler), m_pTarget(object), m_method(method), m_a1(a1), m_a2(a2), m_a3(a3)
+    RunInMainThreadEvent3(ThreadSwitchingHandler* handler, T* object, Method method, const A1& a1,
+                          const A2& a2, const A3& a3)
+        : RunInMainThreadEvent_Impl(handler), m_pTarget(object), m_method(method), m_a1(a1), m_a2(a2),
+          m_a3(a3)
     {
     }
     /// Lets an undelivered event run or be refused before its arguments go.
@@ -196,10 +200,10 @@ class RunInMainThreadEvent4 : public RunInMainThreadEvent_Impl
 {
 public:
     /// Binds `method` of `object` and copies of `a1` to `a4`; `handler` names the caller.
-    RunInMainThreadEvent4(ThreadSwitchingHandler* handler, T* object, Method method, const A1& a1, const A2& a2,
-                          const A3& a3, const A4& a4)
-        : RunInMainThreadEvent_Impl(handler), m_pTarget(object), m_method(method), m_a1(a1), m_a2(a2), m_a3(a3),
-          m_a4(a4)
+    RunInMainThreadEvent4(ThreadSwitchingHandler* handler, T* object, Method method, const A1& a1,
+                          const A2& a2, const A3& a3, const A4& a4)
+        : RunInMainThreadEvent_Impl(handler), m_pTarget(object), m_method(method), m_a1(a1), m_a2(a2),
+          m_a3(a3), m_a4(a4)
     {
     }
     /// Lets an undelivered event run or be refused before its arguments go.
@@ -221,10 +225,10 @@ class RunInMainThreadEvent5 : public RunInMainThreadEvent_Impl
 {
 public:
     /// Binds `method` of `object` and copies of `a1` to `a5`; `handler` names the caller.
-    RunInMainThreadEvent5(ThreadSwitchingHandler* handler, T* object, Method method, const A1& a1, const A2& a2,
-                          const A3& a3, const A4& a4, const A5& a5)
-        : RunInMainThreadEvent_Impl(handler), m_pTarget(object), m_method(method), m_a1(a1), m_a2(a2), m_a3(a3),
-          m_a4(a4), m_a5(a5)
+    RunInMainThreadEvent5(ThreadSwitchingHandler* handler, T* object, Method method, const A1& a1,
+                          const A2& a2, const A3& a3, const A4& a4, const A5& a5)
+        : RunInMainThreadEvent_Impl(handler), m_pTarget(object), m_method(method), m_a1(a1), m_a2(a2),
+          m_a3(a3), m_a4(a4), m_a5(a5)
     {
     }
     /// Lets an undelivered event run or be refused before its arguments go.

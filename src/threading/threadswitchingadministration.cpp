@@ -29,7 +29,8 @@ std::unique_ptr<ThreadSwitchingHandler_TemplateWrapper>
 ThreadSwitchingAdministration::CreateThreadSwitchingHandler(bool forcePosting, bool waitForExecution,
                                                             const char* file, unsigned int line)
 {
-    return std::make_unique<ThreadSwitchingHandler_TemplateWrapper>(forcePosting, waitForExecution, file, line);
+    return std::make_unique<ThreadSwitchingHandler_TemplateWrapper>(forcePosting, waitForExecution, file,
+                                                                    line);
 }
 
 void ThreadSwitchingAdministration::setEnableNonBlockingEventPosting(bool enable)

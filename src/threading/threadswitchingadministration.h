@@ -19,7 +19,8 @@ public:
 
     /// A handler for calls in the main thread; see ZENT_THREAD_SWITCHING_HANDLER.
     static std::unique_ptr<ThreadSwitchingHandler_TemplateWrapper>
-    CreateThreadSwitchingHandler(bool forcePosting, bool waitForExecution, const char* file, unsigned int line);
+    CreateThreadSwitchingHandler(bool forcePosting, bool waitForExecution, const char* file,
+                                 unsigned int line);
 
     /// Whether worker threads go through the event posting thread (the default).
     static void setEnableNonBlockingEventPosting(bool enable);
@@ -57,8 +58,8 @@ public:
 /// A handler that names the calling file and line:
 ///   auto handler = ZENT_THREAD_SWITCHING_HANDLER(false, true);
 ///   handler->RunInMainThread(object, &Object::method, argument);
-#define ZENT_THREAD_SWITCHING_HANDLER(forcePosting, waitForExecution)                                            \
-    ThreadingHelper::ThreadSwitchingAdministration::CreateThreadSwitchingHandler((forcePosting), (waitForExecution), \
-                                                                                 __FILE__, __LINE__)
+#define ZENT_THREAD_SWITCHING_HANDLER(forcePosting, waitForExecution)                                        \
+    ThreadingHelper::ThreadSwitchingAdministration::CreateThreadSwitchingHandler(                            \
+        (forcePosting), (waitForExecution), __FILE__, __LINE__)
 
 #endif

@@ -22,8 +22,7 @@ ThreadSwitchingHandler::ThreadSwitchingHandler(bool forcePosting, bool waitForEx
     : m_sCallerInformation(QStringLiteral("file: %1, line: %2")
                                .arg(QString::fromLatin1(file, file ? int(std::strlen(file)) : 0))
                                .arg(line, 0, 10, QLatin1Char(' '))),
-      m_bForcePosting(forcePosting),
-      m_bWaitForExecution(waitForExecution)
+      m_bForcePosting(forcePosting), m_bWaitForExecution(waitForExecution)
 {
 }
 

@@ -28,8 +28,7 @@ public:
     /// exception thrown by the method propagates out of whatever runs it
     /// (this call, or Qt's dispatch in the main thread).
     ///@{
-    template <typename T, typename Method>
-    void RunInMainThread(T* object, Method method)
+    template <typename T, typename Method> void RunInMainThread(T* object, Method method)
     {
         Send(new RunInMainThreadEvent0<T, Method>(this, object, method), object);
     }
@@ -43,14 +42,15 @@ public:
     template <typename T, typename Method, typename A1, typename A2>
     void RunInMainThread(T* object, Method method, const A1& a1, const A2& a2)
     {
-        Send(new RunInMainThreadEvent2<T, Method, Stored<A1>, Stored<A2>>(this, object, method, a1, a2), object);
+        Send(new RunInMainThreadEvent2<T, Method, Stored<A1>, Stored<A2>>(this, object, method, a1, a2),
+             object);
     }
 
     template <typename T, typename Method, typename A1, typename A2, typename A3>
     void RunInMainThread(T* object, Method method, const A1& a1, const A2& a2, const A3& a3)
     {
-        Send(new RunInMainThreadEvent3<T, Method, Stored<A1>, Stored<A2>, Stored<A3>>(this, object, method, a1, a2,
-                                                                                      a3),
+        Send(new RunInMainThreadEvent3<T, Method, Stored<A1>, Stored<A2>, Stored<A3>>(this, object, method,
+                                                                                      a1, a2, a3),
              object);
     }
 
@@ -74,13 +74,11 @@ public:
 
 private:
     // Arrays (string literals) are kept as pointers, everything else by value.
-    template <typename A>
-    using Stored = std::decay_t<A>;
+    template <typename A> using Stored = std::decay_t<A>;
 
     // The overload of registerAtObject that matches the object's static type
     // decides whether it is tracked.
-    template <typename T>
-    void Send(RunInMainThreadEvent_Impl* event, T* object)
+    template <typename T> void Send(RunInMainThreadEvent_Impl* event, T* object)
     {
         event->registerAtObject(object);
         RunInMainThread_Impl(event);

@@ -87,7 +87,8 @@ private slots:
         QFETCH(QString, params);
         QFETCH(QStringList, received);
         qputenv("ZENT_ARGV_FILE", ArgvFile().toLocal8Bit());
-        OwnedProcess process(ProcessHandler::Instance().StartProgram(ARGV_HELPER, params, m_dir.path(), false, true));
+        OwnedProcess process(
+            ProcessHandler::Instance().StartProgram(ARGV_HELPER, params, m_dir.path(), false, true));
         qunsetenv("ZENT_ARGV_FILE");
         QVERIFY(process->waitForFinished(10000));
         QCOMPARE(ReceivedArguments(), received);
@@ -102,11 +103,11 @@ private slots:
         QTest::addColumn<QStringList>("received");
         QTest::newRow("without_quotes_only_the_list")
             << QStringList{"plain", "with blank", ""} << QString() << QStringList{"plain", "with blank", ""};
-        QTest::newRow("quoted_switch_only_native")
-            << QStringList{"first", "/Opt=\"x\"", "last"} << "/Opt=\"x\"" << QStringList{"first", "last", "/Opt=x"};
+        QTest::newRow("quoted_switch_only_native") << QStringList{"first", "/Opt=\"x\"", "last"}
+                                                   << "/Opt=\"x\"" << QStringList{"first", "last", "/Opt=x"};
         // Deliberate: with a quote and a blank it is passed twice.
-        QTest::newRow("quote_and_blank_twice")
-            << QStringList{"/Opt=\"a b\""} << "\"/Opt=\"a b\"\"" << QStringList{"/Opt=\"a b\"", "/Opt=a", "b"};
+        QTest::newRow("quote_and_blank_twice") << QStringList{"/Opt=\"a b\""} << "\"/Opt=\"a b\"\""
+                                               << QStringList{"/Opt=\"a b\"", "/Opt=a", "b"};
         QTest::newRow("two_native_in_order")
             << QStringList{"/A=\"1\"", "mid", "/B=\"2 3\""} << "/A=\"1\" \"/B=\"2 3\"\""
             << QStringList{"mid", "/B=\"2 3\"", "/A=1", "/B=2", "3"};
@@ -129,8 +130,8 @@ private slots:
 
     void programThatDoesNotExistIsTracedTwiceAndReturned()
     {
-        OwnedProcess process(ProcessHandler::Instance().StartProgram(QStringLiteral("/nonexistent/zent-program"),
-                                                                     QStringLiteral("a"), m_dir.path(), false, true));
+        OwnedProcess process(ProcessHandler::Instance().StartProgram(
+            QStringLiteral("/nonexistent/zent-program"), QStringLiteral("a"), m_dir.path(), false, true));
         QVERIFY(process);
         QCOMPARE(process->state(), QProcess::NotRunning);
         QCOMPARE(process->error(), QProcess::FailedToStart);
@@ -182,8 +183,8 @@ private slots:
     {
         QCOMPARE(ProcessHandler::Instance().TerminateProcess(nullptr, QStringLiteral("none")), true);
         QCOMPARE(ProcessHandler::Instance().IsProcessAlive(nullptr), false);
-        OwnedProcess process(ProcessHandler::Instance().StartProgram(QStringLiteral("/bin/sleep"),
-                                                                     QStringLiteral("30"), m_dir.path(), false, true));
+        OwnedProcess process(ProcessHandler::Instance().StartProgram(
+            QStringLiteral("/bin/sleep"), QStringLiteral("30"), m_dir.path(), false, true));
         QCOMPARE(ProcessHandler::Instance().IsProcessAlive(process.get()), true);
         QCOMPARE(ProcessHandler::Instance().TerminateProcess(process.get(), QString()), true);
         QVERIFY(process->waitForFinished(10000));
@@ -200,13 +201,14 @@ private slots:
 
         const QByteArray display = qgetenv("DISPLAY");
         qunsetenv("DISPLAY");
-        OwnedProcess process(ProcessHandler::Instance().StartProgram(QStringLiteral("/bin/sleep"),
-                                                                     QStringLiteral("30"), m_dir.path(), false, true));
+        OwnedProcess process(ProcessHandler::Instance().StartProgram(
+            QStringLiteral("/bin/sleep"), QStringLiteral("30"), m_dir.path(), false, true));
         const WinPosition headless = ProcessHandler::Instance().GetWindowPositions(process.get());
         if (!display.isEmpty())
             qputenv("DISPLAY", display);
-        QCOMPARE((QList<int>{headless.left, headless.top, headless.right, headless.bottom, headless.showState}),
-                 (QList<int>{-1, -1, -1, -1, -1}));
+        QCOMPARE(
+            (QList<int>{headless.left, headless.top, headless.right, headless.bottom, headless.showState}),
+            (QList<int>{-1, -1, -1, -1, -1}));
         OwnedProcess notStarted(new QProcess);
         const WinPosition unstarted = ProcessHandler::Instance().GetWindowPositions(notStarted.get());
         QCOMPARE(unstarted.left, -1);
@@ -237,11 +239,12 @@ private slots:
 
     void hiddenLegacyProgramRunsDetachedOnNullStreams()
     {
-        const int pid =
-            ProcessHandler::Instance().StartHiddenLegacyProgram(QStringLiteral("/bin/sleep"), QStringLiteral("30"));
+        const int pid = ProcessHandler::Instance().StartHiddenLegacyProgram(QStringLiteral("/bin/sleep"),
+                                                                            QStringLiteral("30"));
         QVERIFY(pid > 0);
         for (int fd = 0; fd <= 2; ++fd)
-            QCOMPARE(ReadLink(QStringLiteral("/proc/%1/fd/%2").arg(pid).arg(fd)), QStringLiteral("/dev/null"));
+            QCOMPARE(ReadLink(QStringLiteral("/proc/%1/fd/%2").arg(pid).arg(fd)),
+                     QStringLiteral("/dev/null"));
         const QStringList stat = StatFields(pid);
         QVERIFY(stat.size() > 5);
         QCOMPARE(stat.at(4), QStringLiteral("0")); // no controlling terminal
@@ -257,9 +260,11 @@ private slots:
                                                                      QStringLiteral("a b")),
                  -1);
         QCOMPARE(m_traces.size(), 1);
-        QVERIFY2(m_traces.first().startsWith(QStringLiteral("application/processhandler:")), qPrintable(m_traces.first()));
-        QCOMPARE(m_traces.first().section(QLatin1Char(' '), 1),
-                 QStringLiteral("Starting of the legacy program /nonexistent/legacy failed with params: a b"));
+        QVERIFY2(m_traces.first().startsWith(QStringLiteral("application/processhandler:")),
+                 qPrintable(m_traces.first()));
+        QCOMPARE(
+            m_traces.first().section(QLatin1Char(' '), 1),
+            QStringLiteral("Starting of the legacy program /nonexistent/legacy failed with params: a b"));
     }
 
     // Last: the handler is not used after its termination.
@@ -267,8 +272,8 @@ private slots:
     {
         QPointer<QProcess> tracked(ProcessHandler::Instance().StartProgram(
             QStringLiteral("/bin/sleep"), QStringLiteral("30"), m_dir.path(), true, true));
-        OwnedProcess untracked(ProcessHandler::Instance().StartProgram(QStringLiteral("/bin/sleep"),
-                                                                       QStringLiteral("30"), m_dir.path(), false, true));
+        OwnedProcess untracked(ProcessHandler::Instance().StartProgram(
+            QStringLiteral("/bin/sleep"), QStringLiteral("30"), m_dir.path(), false, true));
         QVERIFY(tracked);
         const qint64 trackedPid = tracked->processId();
         QCOMPARE(tracked->state(), QProcess::Running);

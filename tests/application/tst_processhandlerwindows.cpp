@@ -72,7 +72,8 @@ private:
                     return window;
                 QTest::qWait(50);
             }
-            qWarning("window program ended without a window (exit code %d); starting it again", window->exitCode());
+            qWarning("window program ended without a window (exit code %d); starting it again",
+                     window->exitCode());
         }
         return nullptr;
     }

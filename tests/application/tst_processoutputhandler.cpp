@@ -27,7 +27,8 @@ private slots:
         int errorSignals = 0;
         connect(&process, &QProcess::readyReadStandardOutput, [&] { ++outputSignals; });
         connect(&process, &QProcess::readyReadStandardError, [&] { ++errorSignals; });
-        process.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QStringLiteral("echo out; echo err >&2")});
+        process.start(QStringLiteral("/bin/sh"),
+                      {QStringLiteral("-c"), QStringLiteral("echo out; echo err >&2")});
         QVERIFY(process.waitForStarted(5000));
         QTRY_VERIFY_WITH_TIMEOUT(outputSignals > 0 && errorSignals > 0, 10000);
         QTRY_COMPARE_WITH_TIMEOUT(process.state(), QProcess::NotRunning, 10000);

@@ -13,15 +13,24 @@ private slots:
     {
         QTest::addColumn<QString>("argument");
         QTest::addColumn<QString>("quoted");
-        QTest::newRow("plain") << "plain" << "plain";
-        QTest::newRow("empty") << "" << "\"\"";
-        QTest::newRow("blank") << "a b" << "\"a b\"";
-        QTest::newRow("tab") << "a\tb" << "\"a\tb\"";
-        QTest::newRow("quote") << "/Opt=\"x\"" << "/Opt=\\\"x\\\"";
-        QTest::newRow("quote_and_blank") << "/Opt=\"a b\"" << "\"/Opt=\\\"a b\\\"\"";
-        QTest::newRow("backslash_before_quote") << "a\\\"b" << "a\\\\\\\"b";
-        QTest::newRow("trailing_backslash_with_blank") << "c:\\my dir\\" << "\"c:\\my dir\"\\";
-        QTest::newRow("backslashes_alone") << "c:\\dir\\file" << "c:\\dir\\file";
+        QTest::newRow("plain") << "plain"
+                               << "plain";
+        QTest::newRow("empty") << ""
+                               << "\"\"";
+        QTest::newRow("blank") << "a b"
+                               << "\"a b\"";
+        QTest::newRow("tab") << "a\tb"
+                             << "\"a\tb\"";
+        QTest::newRow("quote") << "/Opt=\"x\""
+                               << "/Opt=\\\"x\\\"";
+        QTest::newRow("quote_and_blank") << "/Opt=\"a b\""
+                                         << "\"/Opt=\\\"a b\\\"\"";
+        QTest::newRow("backslash_before_quote") << "a\\\"b"
+                                                << "a\\\\\\\"b";
+        QTest::newRow("trailing_backslash_with_blank") << "c:\\my dir\\"
+                                                       << "\"c:\\my dir\"\\";
+        QTest::newRow("backslashes_alone") << "c:\\dir\\file"
+                                           << "c:\\dir\\file";
     }
 
     void quoteArgument()

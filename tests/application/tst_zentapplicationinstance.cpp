@@ -455,13 +455,12 @@ void TestZentApplicationInstance::aSquattedRuntimeFolderLeavesTheApplicationTheS
     const QString temp = m_dir->filePath(QStringLiteral("tmp"));
     const QString squatted = temp + QStringLiteral("/zent-runtime-") + QString::number(::geteuid());
     QVERIFY(QDir().mkpath(squatted));
-    QVERIFY(QFile::setPermissions(squatted, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                                QFileDevice::ExeOwner | QFileDevice::ReadGroup |
-                                                QFileDevice::WriteGroup | QFileDevice::ExeGroup |
-                                                QFileDevice::ReadOther | QFileDevice::WriteOther |
-                                                QFileDevice::ExeOther));
-    const QString base = squatted + QStringLiteral("/zent-") + APP_KEY + QLatin1Char('-') +
-                         QString::number(::getuid());
+    QVERIFY(QFile::setPermissions(
+        squatted, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
+                      QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup |
+                      QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther));
+    const QString base =
+        squatted + QStringLiteral("/zent-") + APP_KEY + QLatin1Char('-') + QString::number(::getuid());
     QVERIFY(WriteFile(base + QStringLiteral(".lock"), QByteArray()));
     QFile squatterLock(base + QStringLiteral(".lock"));
     QVERIFY(squatterLock.open(QIODevice::ReadOnly));
@@ -473,9 +472,11 @@ void TestZentApplicationInstance::aSquattedRuntimeFolderLeavesTheApplicationTheS
     const QString user = QString::fromLocal8Bit(qgetenv("USER").isEmpty() ? "root" : qgetenv("USER"));
     QVERIFY(QDir().mkpath(temp + QStringLiteral("/runtime-") + user));
     if (::geteuid() == 0)
-        QCOMPARE(::chown(QFile::encodeName(temp + QStringLiteral("/runtime-") + user).constData(), 65534, 65534),
-                 0);
-    const QString tempBase = temp + QStringLiteral("/zent-") + APP_KEY + QLatin1Char('-') + QString::number(::getuid());
+        QCOMPARE(
+            ::chown(QFile::encodeName(temp + QStringLiteral("/runtime-") + user).constData(), 65534, 65534),
+            0);
+    const QString tempBase =
+        temp + QStringLiteral("/zent-") + APP_KEY + QLatin1Char('-') + QString::number(::getuid());
     QVERIFY(WriteFile(tempBase + QStringLiteral(".lock"), QByteArray()));
     QFile tempLock(tempBase + QStringLiteral(".lock"));
     QVERIFY(tempLock.open(QIODevice::ReadOnly));
@@ -500,12 +501,13 @@ void TestZentApplicationInstance::aSquattedRuntimeFolderLeavesTheApplicationTheS
     QFile log(m_dir->filePath(QStringLiteral("data/Velkor-Amsel/log/InstanceApp.log")));
     QVERIFY(log.open(QIODevice::ReadOnly));
     const QString logged = QString::fromUtf8(log.readAll());
-    QVERIFY2(logged.contains(QStringLiteral("\tInstanceApp\tZentOS\t0\tWarning: ZentOS::GetRuntimeDir: The runtime "
-                                            "folder ") +
-                             squatted +
-                             QStringLiteral(" is open to other users (mode 0777); this instance's lock and "
-                                            "socket are in ") +
-                             squatted + QLatin1Char('-')),
+    QVERIFY2(logged.contains(
+                 QStringLiteral("\tInstanceApp\tZentOS\t0\tWarning: ZentOS::GetRuntimeDir: The runtime "
+                                "folder ") +
+                 squatted +
+                 QStringLiteral(" is open to other users (mode 0777); this instance's lock and "
+                                "socket are in ") +
+                 squatted + QLatin1Char('-')),
              qPrintable(logged));
 }
 

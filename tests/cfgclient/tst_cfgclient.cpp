@@ -2,9 +2,9 @@
 // libCfgClient.so loaded by the configuration centre in helper processes, on
 // real etcd servers started by the test, and the cfgcopy and cfgdelete programs on it.
 #include "cfgclient/cfgclient.h"
-#include "configuration/cfgxml.h"
 #include "common/etcdserver.h"
 #include "common/kvexceptioncheck.h"
+#include "configuration/cfgxml.h"
 
 #include <QElapsedTimer>
 #include <QFile>
@@ -14,9 +14,9 @@
 namespace {
 
 const QString HELPER = QStringLiteral("cfgclienthelper");
-const QString UNREACHABLE =
-    QStringLiteral("0 Application \"App\" can't connect to TALVO Configuration Service.\nPlease make sure that "
-                   "Configuration Service is running and start the application again.\n");
+const QString UNREACHABLE = QStringLiteral(
+    "0 Application \"App\" can't connect to TALVO Configuration Service.\nPlease make sure that "
+    "Configuration Service is running and start the application again.\n");
 
 struct HelperResult
 {
@@ -101,12 +101,18 @@ private slots:
     {
         QTest::addColumn<QString>("serverObjectName");
         QTest::addColumn<QString>("member");
-        QTest::newRow("host alone: the default port") << "CfgServer127.0.0.1" << "127.0.0.1:4000";
-        QTest::newRow("host and port") << "CfgServercfg.example:2379" << "cfg.example:2379";
-        QTest::newRow("no host") << "CfgServer" << "127.0.0.1:4000";
-        QTest::newRow("bare IPv6 address") << "CfgServer::1" << "[::1]:4000";
-        QTest::newRow("IPv6 address in brackets") << "CfgServer[::1]" << "[::1]:4000";
-        QTest::newRow("IPv6 address and port") << "CfgServer[::1]:2379" << "[::1]:2379";
+        QTest::newRow("host alone: the default port") << "CfgServer127.0.0.1"
+                                                      << "127.0.0.1:4000";
+        QTest::newRow("host and port") << "CfgServercfg.example:2379"
+                                       << "cfg.example:2379";
+        QTest::newRow("no host") << "CfgServer"
+                                 << "127.0.0.1:4000";
+        QTest::newRow("bare IPv6 address") << "CfgServer::1"
+                                           << "[::1]:4000";
+        QTest::newRow("IPv6 address in brackets") << "CfgServer[::1]"
+                                                  << "[::1]:4000";
+        QTest::newRow("IPv6 address and port") << "CfgServer[::1]:2379"
+                                               << "[::1]:2379";
     }
 
     void memberOfServerObjectName()
@@ -140,12 +146,13 @@ private slots:
         // Accepts connections and never answers.
         QTcpServer silent;
         QVERIFY(silent.listen(QHostAddress::LocalHost, 0));
-        const HelperResult result =
-            RunHelper({QStringLiteral("Server:127.0.0.1:%1").arg(silent.serverPort()), QStringLiteral("start")});
+        const HelperResult result = RunHelper(
+            {QStringLiteral("Server:127.0.0.1:%1").arg(silent.serverPort()), QStringLiteral("start")});
         QCOMPARE(result.output, UNREACHABLE);
         QCOMPARE(result.exitCode, 255);
         // The documented connect time-out is 3 seconds per member.
-        QVERIFY2(result.elapsedMs >= 3000 && result.elapsedMs < 5000, qPrintable(QString::number(result.elapsedMs)));
+        QVERIFY2(result.elapsedMs >= 3000 && result.elapsedMs < 5000,
+                 qPrintable(QString::number(result.elapsedMs)));
     }
 
     void twoApplicationsSeeEachOthersWritesWithinOneSecond()
@@ -155,17 +162,20 @@ private slots:
         QByteArray started;
         while (!started.endsWith("ready\n") && reader->waitForReadyRead(20000))
             started += reader->readAllStandardOutput();
-        QCOMPARE(QString::fromUtf8(started),
-                 QStringLiteral("2 Application configuration ( key=App, type=%1 ) created successfully.\nready\n")
-                     .arg(Document()));
+        QCOMPARE(
+            QString::fromUtf8(started),
+            QStringLiteral("2 Application configuration ( key=App, type=%1 ) created successfully.\nready\n")
+                .arg(Document()));
         const HelperResult writer = RunHelper({Document(), QStringLiteral("write"), QStringLiteral("Shared"),
                                                QStringLiteral("written elsewhere")});
         QCOMPARE(writer.exitCode, 0);
         QVERIFY(reader->waitForFinished(10000));
         QCOMPARE(reader->exitCode(), 0);
         const qint64 written = writer.output.section(QLatin1String("written "), 1).trimmed().toLongLong();
-        const qint64 seen =
-            QString::fromUtf8(reader->readAllStandardOutput()).section(QLatin1String("seen "), 1).trimmed().toLongLong();
+        const qint64 seen = QString::fromUtf8(reader->readAllStandardOutput())
+                                .section(QLatin1String("seen "), 1)
+                                .trimmed()
+                                .toLongLong();
         QVERIFY2(written > 0 && seen > 0, qPrintable(writer.output));
         QVERIFY2(seen - written < 1000, qPrintable(QStringLiteral("%1 ms").arg(seen - written)));
     }
@@ -175,10 +185,11 @@ private slots:
         QTemporaryDir folder;
         QFile source(folder.filePath(QStringLiteral("Cfg.xml")));
         QVERIFY(source.open(QIODevice::WriteOnly));
-        source.write("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Cfg version=\"2.2\"><System/><Domain/><Machine>"
-                     "<Tool><Name protected=\"true\" type=\"string\">copied</Name>"
-                     "<Count protected=\"false\" type=\"integer\">7</Count><Sub><Flag type=\"boolean\" "
-                     "protected=\"true\">true</Flag></Sub></Tool></Machine><Export/></Cfg>\n");
+        source.write(
+            "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Cfg version=\"2.2\"><System/><Domain/><Machine>"
+            "<Tool><Name protected=\"true\" type=\"string\">copied</Name>"
+            "<Count protected=\"false\" type=\"integer\">7</Count><Sub><Flag type=\"boolean\" "
+            "protected=\"true\">true</Flag></Sub></Tool></Machine><Export/></Cfg>\n");
         source.close();
         const auto run = [&](const QString& program, const QStringList& arguments) {
             QProcess process;
@@ -186,21 +197,23 @@ private slots:
             process.setWorkingDirectory(folder.path());
             process.start(QCoreApplication::applicationDirPath() + QLatin1Char('/') + program, arguments);
             process.waitForFinished(60000);
-            return QStringLiteral("%1 %2").arg(process.exitCode()).arg(QString::fromUtf8(process.readAllStandardError()));
+            return QStringLiteral("%1 %2")
+                .arg(process.exitCode())
+                .arg(QString::fromUtf8(process.readAllStandardError()));
         };
         const QString server = Document();
-        QCOMPARE(run(QStringLiteral("cfgcopy"), {QStringLiteral("*"), QStringLiteral("Xml:Cfg.xml"),
-                                                  QStringLiteral("*"), server}),
+        QCOMPARE(run(QStringLiteral("cfgcopy"),
+                     {QStringLiteral("*"), QStringLiteral("Xml:Cfg.xml"), QStringLiteral("*"), server}),
                  QStringLiteral("0 "));
         // No stray file for the service's "document".
         QCOMPARE(QDir(folder.path()).entryList(QDir::Files), QStringList{QStringLiteral("Cfg.xml")});
-        const QString keys = m_etcd->Ctl({QStringLiteral("get"), QStringLiteral("--prefix"), QStringLiteral("--keys-only"),
-                                          QStringLiteral("zent/Tool/")});
+        const QString keys = m_etcd->Ctl({QStringLiteral("get"), QStringLiteral("--prefix"),
+                                          QStringLiteral("--keys-only"), QStringLiteral("zent/Tool/")});
         QCOMPARE(keys.split(QLatin1Char('\n'), Qt::SkipEmptyParts),
                  (QStringList{"zent/Tool/Machine", "zent/Tool/Machine/Count", "zent/Tool/Machine/Name",
                               "zent/Tool/Machine/Sub", "zent/Tool/Machine/Sub/Flag"}));
         QCOMPARE(run(QStringLiteral("cfgcopy"), {QStringLiteral("Tool"), server, QStringLiteral("Tool"),
-                                                  QStringLiteral("Xml:Back.xml")}),
+                                                 QStringLiteral("Xml:Back.xml")}),
                  QStringLiteral("0 "));
         CfgXml back(folder.filePath(QStringLiteral("Back.xml")), QStringLiteral("Tool"), ICfg::VIEW_Machine);
         back.SuppressSideFiles(true);
@@ -212,8 +225,8 @@ private slots:
         QCOMPARE(back.GetBoolean(QStringLiteral("Sub\\Flag"), false), true);
         QCOMPARE(back.IsProtected(QStringLiteral("Sub\\Flag")), true);
         QCOMPARE(run(QStringLiteral("cfgdelete"), {QStringLiteral("Tool"), server}), QStringLiteral("0 "));
-        QCOMPARE(m_etcd->Ctl({QStringLiteral("get"), QStringLiteral("--prefix"), QStringLiteral("--keys-only"),
-                              QStringLiteral("zent/Tool/")}),
+        QCOMPARE(m_etcd->Ctl({QStringLiteral("get"), QStringLiteral("--prefix"),
+                              QStringLiteral("--keys-only"), QStringLiteral("zent/Tool/")}),
                  QString());
     }
 };

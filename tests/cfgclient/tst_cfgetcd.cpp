@@ -127,25 +127,23 @@ private slots:
         QTest::addColumn<Script>("script");
         QTest::addColumn<QStringList>("expected");
 
-        QTest::newRow("typed values in the machine view")
-            << Script([](CfgBackend& b) {
-                   auto cfg = b.Open(QStringLiteral("App"), M);
-                   cfg->SetString(QStringLiteral("Text"), QStringLiteral("hello"));
-                   cfg->SetInteger(QStringLiteral("Number"), -42);
-                   cfg->SetBoolean(QStringLiteral("Flag"), true);
-                   return QStringList{cfg->GetString(QStringLiteral("Text"), QStringLiteral("d")),
-                                      QString::number(cfg->GetInteger(QStringLiteral("Number"), 7)),
-                                      cfg->GetString(QStringLiteral("Number"), QStringLiteral("d")),
-                                      Bool(cfg->GetBoolean(QStringLiteral("Flag"), false)),
-                                      QString::number(cfg->GetInteger(QStringLiteral("Flag"), 7)),
-                                      ICfg::GetTypeAsString(cfg->GetAttributeType(QStringLiteral("Text"))),
-                                      ICfg::GetTypeAsString(cfg->GetAttributeType(QStringLiteral("Number"))),
-                                      ICfg::GetTypeAsString(cfg->GetAttributeType(QStringLiteral("Flag"))),
-                                      Bool(cfg->IsProtected(QStringLiteral("Text")))};
-               })
-            << QStringList{QStringLiteral("hello"), QStringLiteral("-42"), QStringLiteral("-42"),
-                           QStringLiteral("true"),  QStringLiteral("7"),   QStringLiteral("string"),
-                           QStringLiteral("integer"), QStringLiteral("boolean"), QStringLiteral("true")};
+        QTest::newRow("typed values in the machine view") << Script([](CfgBackend& b) {
+            auto cfg = b.Open(QStringLiteral("App"), M);
+            cfg->SetString(QStringLiteral("Text"), QStringLiteral("hello"));
+            cfg->SetInteger(QStringLiteral("Number"), -42);
+            cfg->SetBoolean(QStringLiteral("Flag"), true);
+            return QStringList{cfg->GetString(QStringLiteral("Text"), QStringLiteral("d")),
+                               QString::number(cfg->GetInteger(QStringLiteral("Number"), 7)),
+                               cfg->GetString(QStringLiteral("Number"), QStringLiteral("d")),
+                               Bool(cfg->GetBoolean(QStringLiteral("Flag"), false)),
+                               QString::number(cfg->GetInteger(QStringLiteral("Flag"), 7)),
+                               ICfg::GetTypeAsString(cfg->GetAttributeType(QStringLiteral("Text"))),
+                               ICfg::GetTypeAsString(cfg->GetAttributeType(QStringLiteral("Number"))),
+                               ICfg::GetTypeAsString(cfg->GetAttributeType(QStringLiteral("Flag"))),
+                               Bool(cfg->IsProtected(QStringLiteral("Text")))};
+        }) << QStringList{QStringLiteral("hello"),   QStringLiteral("-42"),     QStringLiteral("-42"),
+                          QStringLiteral("true"),    QStringLiteral("7"),       QStringLiteral("string"),
+                          QStringLiteral("integer"), QStringLiteral("boolean"), QStringLiteral("true")};
 
         QTest::newRow("user values are not protected; absent values give the default")
             << Script([](CfgBackend& b) {
@@ -160,7 +158,7 @@ private slots:
                                       cfg->GetString(QStringLiteral("Mine"), QStringLiteral("d"), M)};
                })
             << QStringList{QStringLiteral("false"), QStringLiteral("dflt"), QStringLiteral("dflt"),
-                           QStringLiteral("5"), QStringLiteral("true"), QStringLiteral("undefined"),
+                           QStringLiteral("5"),     QStringLiteral("true"), QStringLiteral("undefined"),
                            QStringLiteral("d")};
 
         QTest::newRow("an existing type is kept; texts that are no number give the default")
@@ -179,34 +177,37 @@ private slots:
                                       Bool(cfg->GetBoolean(QStringLiteral("Maybe"), true)),
                                       Bool(cfg->GetBoolean(QStringLiteral("Zero"), true))};
                })
-            << QStringList{QStringLiteral("3"), QStringLiteral("string"), QStringLiteral("12"),
-                           QStringLiteral("true"), QStringLiteral("false"), QStringLiteral("false")};
+            << QStringList{QStringLiteral("3"),    QStringLiteral("string"), QStringLiteral("12"),
+                           QStringLiteral("true"), QStringLiteral("false"),  QStringLiteral("false")};
 
-        QTest::newRow("values and sub-configurations keep creation order")
-            << Script([](CfgBackend& b) {
-                   auto cfg = b.Open(QStringLiteral("App"), M);
-                   cfg->SetString(QStringLiteral("b"), QStringLiteral("1"));
-                   cfg->AddSubCfg(QStringLiteral("Zeta"));
-                   cfg->SetString(QStringLiteral("a"), QStringLiteral("2"));
-                   cfg->AddSubCfg(QStringLiteral("Alpha\\Deep"));
-                   cfg->SetString(QStringLiteral("c"), QStringLiteral("3"));
-                   std::unique_ptr<ICfg> deep(cfg->CreateSubCfg(QStringLiteral("Alpha\\Deep")));
-                   std::unique_ptr<ICfg> missing(cfg->CreateSubCfg(QStringLiteral("Nope")));
-                   QStringList results = ValueNames(*cfg);
-                   results += SubKeys(*cfg);
-                   return results +
-                          QStringList{deep->GetKey(), deep->GetAppKey(), deep->GetPartialKey(),
-                                      Bool(missing == nullptr), Bool(cfg->HasSubCfg(QStringLiteral("Alpha"))),
-                                      Bool(cfg->HasSubCfg(QStringLiteral("Nope"))),
-                                      Bool(cfg->HasAttribute(QString(), QStringLiteral("a"))),
-                                      Bool(cfg->HasAttribute(QStringLiteral("Alpha"), QStringLiteral("Deep"))),
-                                      Bool(cfg->HasAttribute(QString(), QStringLiteral("x")))};
-               })
-            << QStringList{QStringLiteral("b"),         QStringLiteral("a"),         QStringLiteral("c"),
-                           QStringLiteral("App\\Zeta"), QStringLiteral("App\\Alpha"), QStringLiteral("App\\Alpha\\Deep"),
-                           QStringLiteral("App"),       QStringLiteral("Deep"),      QStringLiteral("true"),
-                           QStringLiteral("true"),      QStringLiteral("false"),     QStringLiteral("true"),
-                           QStringLiteral("true"),      QStringLiteral("false")};
+        QTest::newRow("values and sub-configurations keep creation order") << Script([](CfgBackend& b) {
+            auto cfg = b.Open(QStringLiteral("App"), M);
+            cfg->SetString(QStringLiteral("b"), QStringLiteral("1"));
+            cfg->AddSubCfg(QStringLiteral("Zeta"));
+            cfg->SetString(QStringLiteral("a"), QStringLiteral("2"));
+            cfg->AddSubCfg(QStringLiteral("Alpha\\Deep"));
+            cfg->SetString(QStringLiteral("c"), QStringLiteral("3"));
+            std::unique_ptr<ICfg> deep(cfg->CreateSubCfg(QStringLiteral("Alpha\\Deep")));
+            std::unique_ptr<ICfg> missing(cfg->CreateSubCfg(QStringLiteral("Nope")));
+            QStringList results = ValueNames(*cfg);
+            results += SubKeys(*cfg);
+            return results +
+                   QStringList{deep->GetKey(),
+                               deep->GetAppKey(),
+                               deep->GetPartialKey(),
+                               Bool(missing == nullptr),
+                               Bool(cfg->HasSubCfg(QStringLiteral("Alpha"))),
+                               Bool(cfg->HasSubCfg(QStringLiteral("Nope"))),
+                               Bool(cfg->HasAttribute(QString(), QStringLiteral("a"))),
+                               Bool(cfg->HasAttribute(QStringLiteral("Alpha"), QStringLiteral("Deep"))),
+                               Bool(cfg->HasAttribute(QString(), QStringLiteral("x")))};
+        }) << QStringList{QStringLiteral("b"),          QStringLiteral("a"),
+                          QStringLiteral("c"),          QStringLiteral("App\\Zeta"),
+                          QStringLiteral("App\\Alpha"), QStringLiteral("App\\Alpha\\Deep"),
+                          QStringLiteral("App"),        QStringLiteral("Deep"),
+                          QStringLiteral("true"),       QStringLiteral("true"),
+                          QStringLiteral("false"),      QStringLiteral("true"),
+                          QStringLiteral("true"),       QStringLiteral("false")};
 
         QTest::newRow("value names with a path, a node's own text, names no document can hold")
             << Script([](CfgBackend& b) {
@@ -326,27 +327,25 @@ private slots:
                    QStringLiteral("App"),
                    QStringLiteral("[App]")};
 
-        QTest::newRow("remove and rename values")
-            << Script([](CfgBackend& b) {
-                   auto cfg = b.Open(QStringLiteral("App"), M);
-                   for (const char* name : {"one", "two", "three"})
-                       cfg->SetString(QLatin1String(name), QLatin1String(name));
-                   QStringList results{Bool(cfg->RemoveAttribute(QStringLiteral("two"))),
-                                       Bool(cfg->RemoveAttribute(QStringLiteral("two"))),
-                                       cfg->GetString(QStringLiteral("two"), QStringLiteral("gone")),
-                                       Bool(cfg->RenameAttribute(QStringLiteral("one"), QStringLiteral("first"))),
-                                       Bool(cfg->RenameAttribute(QStringLiteral("first"), QStringLiteral("three"))),
-                                       Bool(cfg->RenameAttribute(QStringLiteral("first"), QStringLiteral("first"))),
-                                       Bool(cfg->RenameAttribute(QStringLiteral("nothing"), QStringLiteral("x"))),
-                                       Bool(cfg->RenameAttribute(QStringLiteral("first"), QStringLiteral("2x"))),
-                                       cfg->GetString(QStringLiteral("first"), QStringLiteral("d")),
-                                       Bool(cfg->IsProtected(QStringLiteral("first")))};
-                   return results + ValueNames(*cfg);
-               })
-            << QStringList{QStringLiteral("true"),  QStringLiteral("false"), QStringLiteral("gone"),
-                           QStringLiteral("true"),  QStringLiteral("false"), QStringLiteral("true"),
-                           QStringLiteral("false"), QStringLiteral("false"), QStringLiteral("one"),
-                           QStringLiteral("true"),  QStringLiteral("first"), QStringLiteral("three")};
+        QTest::newRow("remove and rename values") << Script([](CfgBackend& b) {
+            auto cfg = b.Open(QStringLiteral("App"), M);
+            for (const char* name : {"one", "two", "three"})
+                cfg->SetString(QLatin1String(name), QLatin1String(name));
+            QStringList results{Bool(cfg->RemoveAttribute(QStringLiteral("two"))),
+                                Bool(cfg->RemoveAttribute(QStringLiteral("two"))),
+                                cfg->GetString(QStringLiteral("two"), QStringLiteral("gone")),
+                                Bool(cfg->RenameAttribute(QStringLiteral("one"), QStringLiteral("first"))),
+                                Bool(cfg->RenameAttribute(QStringLiteral("first"), QStringLiteral("three"))),
+                                Bool(cfg->RenameAttribute(QStringLiteral("first"), QStringLiteral("first"))),
+                                Bool(cfg->RenameAttribute(QStringLiteral("nothing"), QStringLiteral("x"))),
+                                Bool(cfg->RenameAttribute(QStringLiteral("first"), QStringLiteral("2x"))),
+                                cfg->GetString(QStringLiteral("first"), QStringLiteral("d")),
+                                Bool(cfg->IsProtected(QStringLiteral("first")))};
+            return results + ValueNames(*cfg);
+        }) << QStringList{QStringLiteral("true"),  QStringLiteral("false"), QStringLiteral("gone"),
+                          QStringLiteral("true"),  QStringLiteral("false"), QStringLiteral("true"),
+                          QStringLiteral("false"), QStringLiteral("false"), QStringLiteral("one"),
+                          QStringLiteral("true"),  QStringLiteral("first"), QStringLiteral("three")};
 
         QTest::newRow("renamed and moved elements keep their places for a new reader")
             << Script([](CfgBackend& b) {
@@ -380,10 +379,11 @@ private slots:
                    cfg->SetString(QStringLiteral("A\\x"), QStringLiteral("1"));
                    cfg->SetString(QStringLiteral("A\\B\\y"), QStringLiteral("2"));
                    cfg->AddSubCfg(QStringLiteral("C"));
-                   QStringList results{Bool(cfg->MoveSubCfg(QStringLiteral("A"), QStringLiteral("A\\Inside"))),
-                                       Bool(cfg->MoveSubCfg(QStringLiteral("A"), QStringLiteral("C"))),
-                                       Bool(cfg->MoveSubCfg(QStringLiteral("Nope"), QStringLiteral("D"))),
-                                       Bool(cfg->MoveSubCfg(QStringLiteral("A"), QStringLiteral("New\\Moved")))};
+                   QStringList results{
+                       Bool(cfg->MoveSubCfg(QStringLiteral("A"), QStringLiteral("A\\Inside"))),
+                       Bool(cfg->MoveSubCfg(QStringLiteral("A"), QStringLiteral("C"))),
+                       Bool(cfg->MoveSubCfg(QStringLiteral("Nope"), QStringLiteral("D"))),
+                       Bool(cfg->MoveSubCfg(QStringLiteral("A"), QStringLiteral("New\\Moved")))};
                    results += Dump(*cfg, M);
                    results << Bool(cfg->RemoveSubCfg(QStringLiteral("New\\Moved\\B")))
                            << Bool(cfg->RemoveSubCfg(QStringLiteral("New\\Moved\\B")));
@@ -420,51 +420,48 @@ private slots:
                    cfg->SetAttributeType(QStringLiteral("v"), ICfg::TYPE_Undefined);
                    cfg->SetProtected(QStringLiteral("absent"), true);
                    cfg->SetAttributeType(QStringLiteral("absent"), ICfg::TYPE_Boolean);
-                   const QStringList results{unprotected, integer,
-                                             ICfg::GetTypeAsString(cfg->GetAttributeType(QStringLiteral("v"))),
-                                             Bool(cfg->HasAttribute(QString(), QStringLiteral("absent")))};
+                   const QStringList results{
+                       unprotected, integer,
+                       ICfg::GetTypeAsString(cfg->GetAttributeType(QStringLiteral("v"))),
+                       Bool(cfg->HasAttribute(QString(), QStringLiteral("absent")))};
                    return results + ValueNames(*cfg);
                })
             << QStringList{QStringLiteral("false"), QStringLiteral("integer"), QStringLiteral("string"),
                            QStringLiteral("false"), QStringLiteral("v")};
 
-        QTest::newRow("writability across views")
-            << Script([](CfgBackend& b) {
-                   auto cfg = b.Open(QStringLiteral("App"), M);
-                   cfg->SetString(QStringLiteral("UserOnly"), QStringLiteral("u"), U);
-                   cfg->SetString(QStringLiteral("SystemOnly"), QStringLiteral("s"), ICfg::VIEW_System);
-                   cfg->SetInteger(QStringLiteral("DomainInt"), 3, ICfg::VIEW_Domain);
-                   cfg->SetBoolean(QStringLiteral("MachineFlag"), false, M);
-                   const StandInDocument document;
-                   return QStringList{Bool(WritabilityAccess::String(*cfg, QStringLiteral("UserOnly"), M)),
-                                      Bool(WritabilityAccess::String(*cfg, QStringLiteral("SystemOnly"), M)),
-                                      Bool(WritabilityAccess::Integer(*cfg, QStringLiteral("DomainInt"), M)),
-                                      Bool(WritabilityAccess::Boolean(*cfg, QStringLiteral("MachineFlag"), U)),
-                                      Bool(WritabilityAccess::Boolean(*cfg, QStringLiteral("MachineFlag"),
-                                                                      ICfg::VIEW_Export)),
-                                      Bool(WritabilityAccess::String(*cfg, QStringLiteral("Nothing"), U))};
-               })
-            << QStringList{QStringLiteral("false"), QStringLiteral("true"), QStringLiteral("false"),
-                           QStringLiteral("false"), QStringLiteral("false"), QStringLiteral("true")};
+        QTest::newRow("writability across views") << Script([](CfgBackend& b) {
+            auto cfg = b.Open(QStringLiteral("App"), M);
+            cfg->SetString(QStringLiteral("UserOnly"), QStringLiteral("u"), U);
+            cfg->SetString(QStringLiteral("SystemOnly"), QStringLiteral("s"), ICfg::VIEW_System);
+            cfg->SetInteger(QStringLiteral("DomainInt"), 3, ICfg::VIEW_Domain);
+            cfg->SetBoolean(QStringLiteral("MachineFlag"), false, M);
+            const StandInDocument document;
+            return QStringList{
+                Bool(WritabilityAccess::String(*cfg, QStringLiteral("UserOnly"), M)),
+                Bool(WritabilityAccess::String(*cfg, QStringLiteral("SystemOnly"), M)),
+                Bool(WritabilityAccess::Integer(*cfg, QStringLiteral("DomainInt"), M)),
+                Bool(WritabilityAccess::Boolean(*cfg, QStringLiteral("MachineFlag"), U)),
+                Bool(WritabilityAccess::Boolean(*cfg, QStringLiteral("MachineFlag"), ICfg::VIEW_Export)),
+                Bool(WritabilityAccess::String(*cfg, QStringLiteral("Nothing"), U))};
+        }) << QStringList{QStringLiteral("false"), QStringLiteral("true"),  QStringLiteral("false"),
+                          QStringLiteral("false"), QStringLiteral("false"), QStringLiteral("true")};
 
-        QTest::newRow("the five views are separate")
-            << Script([](CfgBackend& b) {
-                   auto cfg = b.Open(QStringLiteral("App"), M);
-                   const ICfg::View views[] = {ICfg::VIEW_User, ICfg::VIEW_Machine, ICfg::VIEW_Domain,
-                                               ICfg::VIEW_System, ICfg::VIEW_Export};
-                   for (const ICfg::View view : views)
-                       cfg->SetString(QStringLiteral("Where"), ICfg::GetViewAsString(view), view);
-                   QStringList results;
-                   for (const ICfg::View view : views) {
-                       cfg->SelectView(view);
-                       results << cfg->GetString(QStringLiteral("Where"), QStringLiteral("d"));
-                   }
-                   cfg->SelectView(ICfg::VIEW_Current);
-                   results << cfg->GetString(QStringLiteral("Where"), QStringLiteral("d"));
-                   return results;
-               })
-            << QStringList{QStringLiteral("User"),   QStringLiteral("Machine"), QStringLiteral("Domain"),
-                           QStringLiteral("System"), QStringLiteral("Export"),  QStringLiteral("Export")};
+        QTest::newRow("the five views are separate") << Script([](CfgBackend& b) {
+            auto cfg = b.Open(QStringLiteral("App"), M);
+            const ICfg::View views[] = {ICfg::VIEW_User, ICfg::VIEW_Machine, ICfg::VIEW_Domain,
+                                        ICfg::VIEW_System, ICfg::VIEW_Export};
+            for (const ICfg::View view : views)
+                cfg->SetString(QStringLiteral("Where"), ICfg::GetViewAsString(view), view);
+            QStringList results;
+            for (const ICfg::View view : views) {
+                cfg->SelectView(view);
+                results << cfg->GetString(QStringLiteral("Where"), QStringLiteral("d"));
+            }
+            cfg->SelectView(ICfg::VIEW_Current);
+            results << cfg->GetString(QStringLiteral("Where"), QStringLiteral("d"));
+            return results;
+        }) << QStringList{QStringLiteral("User"),   QStringLiteral("Machine"), QStringLiteral("Domain"),
+                          QStringLiteral("System"), QStringLiteral("Export"),  QStringLiteral("Export")};
 
         QTest::newRow("an application's configuration as bytes, merged under another name")
             << Script([](CfgBackend& b) {
@@ -533,17 +530,19 @@ private slots:
         cfg->SetInteger(QStringLiteral("Sub\\Count"), 12);
         const QString listing = m_etcd->Ctl({QStringLiteral("get"), QStringLiteral("--prefix"),
                                              QStringLiteral("zent/App/Machine/Sub/Count")});
-        QVERIFY2(listing.startsWith(QStringLiteral("zent/App/Machine/Sub/Count\n{\"protected\":\"true\",\"text\":"
-                                                   "\"12\",\"ts\":")),
-                 qPrintable(listing));
+        QVERIFY2(
+            listing.startsWith(QStringLiteral("zent/App/Machine/Sub/Count\n{\"protected\":\"true\",\"text\":"
+                                              "\"12\",\"ts\":")),
+            qPrintable(listing));
         QVERIFY(listing.contains(QStringLiteral("\"type\":\"integer\"")));
     }
 
     void keysWrittenByHandAreRead()
     {
         EtcdBackend etcd(m_etcd->Endpoint());
-        QVERIFY(!m_etcd->Ctl({QStringLiteral("put"), QStringLiteral("zent/Hand/Machine/Deep/Value"),
-                              QStringLiteral("42")})
+        QVERIFY(!m_etcd
+                     ->Ctl({QStringLiteral("put"), QStringLiteral("zent/Hand/Machine/Deep/Value"),
+                            QStringLiteral("42")})
                      .isEmpty());
         auto cfg = etcd.Open(QStringLiteral("Hand"), M);
         QCOMPARE(cfg->GetInteger(QStringLiteral("Deep\\Value"), 0), 42L);
@@ -587,14 +586,12 @@ private slots:
         cfg.OpenDocument(true);
         cfg.SetString(QStringLiteral("Kept"), QStringLiteral("before"));
         lone.Kill(0);
-        CompareKVException(CaughtKVException([&] {
-                               cfg.SetString(QStringLiteral("Kept"), QStringLiteral("after"));
-                           }),
-                           QStringLiteral("The configuration service cannot be reached at %1 (Couldn't connect to "
-                                          "server).")
-                               .arg(lone.Endpoint()),
-                           QStringLiteral("cfgclient/etcdclient"), QStringLiteral("EtcdClient"),
-                           QStringLiteral("Put"));
+        CompareKVException(
+            CaughtKVException([&] { cfg.SetString(QStringLiteral("Kept"), QStringLiteral("after")); }),
+            QStringLiteral("The configuration service cannot be reached at %1 (Couldn't connect to "
+                           "server).")
+                .arg(lone.Endpoint()),
+            QStringLiteral("cfgclient/etcdclient"), QStringLiteral("EtcdClient"), QStringLiteral("Put"));
         QCOMPARE(cfg.GetString(QStringLiteral("Kept"), QString()), QStringLiteral("before"));
         QVERIFY(CaughtKVException([&] { cfg.AddSubCfg(QStringLiteral("New")); }).has_value());
         QCOMPARE(cfg.HasSubCfg(QStringLiteral("New")), false);
@@ -605,10 +602,13 @@ private slots:
         EtcdBackend etcd(m_etcd->Endpoint());
         auto cfg = etcd.Open(QStringLiteral("App"), M);
         CompareKVException(
-            CaughtKVException([&] { cfg->MergeCfgFromStringAndApp("<Cfg><Machine><App>", QStringLiteral("App")); }),
-            QStringLiteral("The configuration of App could not be merged: unexpected end of file at line 1 in column "
-                           "20."),
-            QStringLiteral("cfgclient/cfgetcd"), QStringLiteral("CfgEtcd"), QStringLiteral("MergeCfgFromStringAndApp"));
+            CaughtKVException(
+                [&] { cfg->MergeCfgFromStringAndApp("<Cfg><Machine><App>", QStringLiteral("App")); }),
+            QStringLiteral(
+                "The configuration of App could not be merged: unexpected end of file at line 1 in column "
+                "20."),
+            QStringLiteral("cfgclient/cfgetcd"), QStringLiteral("CfgEtcd"),
+            QStringLiteral("MergeCfgFromStringAndApp"));
         QCOMPARE(SubKeys(*etcd.Open(QString(), M)), QStringList());
     }
 
@@ -640,7 +640,8 @@ private slots:
         CompareKVException(
             CaughtKVException([&] { cfg->SaveConfigurationName(QStringLiteral("Mine")); }),
             QStringLiteral("Named user configurations are not available on the configuration service."),
-            QStringLiteral("cfgclient/cfgetcd"), QStringLiteral("CfgEtcd"), QStringLiteral("SaveConfigurationName"));
+            QStringLiteral("cfgclient/cfgetcd"), QStringLiteral("CfgEtcd"),
+            QStringLiteral("SaveConfigurationName"));
         cfg->SetUserViewSubkey(QString()); // nothing to do
         QCOMPARE(cfg->GetUserConfigurations().size(), size_t(0));
         QCOMPARE(cfg->GetType(), QStringLiteral("Server"));

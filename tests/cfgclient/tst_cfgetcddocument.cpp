@@ -89,7 +89,8 @@ private slots:
         QCOMPARE(Children(document, ICfg::VIEW_Machine, {"Doc"}), QStringList{QStringLiteral("Own")});
         // The key arrived without its parents': they exist implicitly, and go with their last child.
         QCOMPARE(Children(document, ICfg::VIEW_User, {}), QStringList{QStringLiteral("Doc (implicit)")});
-        QCOMPARE(Children(document, ICfg::VIEW_User, {"Doc"}), QStringList{QStringLiteral("Deep (implicit)")});
+        QCOMPARE(Children(document, ICfg::VIEW_User, {"Doc"}),
+                 QStringList{QStringLiteral("Deep (implicit)")});
         m_pClient->Commit({{EtcdOperation::DeleteKey, "zent/Doc/User/Deep/Theirs", QByteArray()}});
         QTRY_COMPARE_WITH_TIMEOUT(spy.count(), 2, 2000);
         QCOMPARE(Children(document, ICfg::VIEW_User, {}), QStringList());

@@ -46,15 +46,24 @@ private:
     bool MakeCertificate(const QString& name, const QString& subject, const QString& ca,
                          const QString& extensions = QString())
     {
-        QStringList sign{QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"), name + ".csr",
-                         QStringLiteral("-CA"), ca + ".pem", QStringLiteral("-CAkey"), ca + ".key",
-                         QStringLiteral("-CAcreateserial"), QStringLiteral("-out"), name + ".pem",
-                         QStringLiteral("-days"), QStringLiteral("2")};
+        QStringList sign{QStringLiteral("x509"),
+                         QStringLiteral("-req"),
+                         QStringLiteral("-in"),
+                         name + ".csr",
+                         QStringLiteral("-CA"),
+                         ca + ".pem",
+                         QStringLiteral("-CAkey"),
+                         ca + ".key",
+                         QStringLiteral("-CAcreateserial"),
+                         QStringLiteral("-out"),
+                         name + ".pem",
+                         QStringLiteral("-days"),
+                         QStringLiteral("2")};
         if (!extensions.isEmpty())
             sign << QStringLiteral("-extfile") << extensions;
         return OpenSsl({QStringLiteral("req"), QStringLiteral("-newkey"), QStringLiteral("rsa:2048"),
-                        QStringLiteral("-nodes"), QStringLiteral("-keyout"), name + ".key", QStringLiteral("-out"),
-                        name + ".csr", QStringLiteral("-subj"), subject}) &&
+                        QStringLiteral("-nodes"), QStringLiteral("-keyout"), name + ".key",
+                        QStringLiteral("-out"), name + ".csr", QStringLiteral("-subj"), subject}) &&
                OpenSsl(sign);
     }
 
@@ -99,38 +108,45 @@ private slots:
         extensions.close();
         QVERIFY(MakeAuthority(QStringLiteral("ca"), QStringLiteral("/CN=Zent Test CA")));
         QVERIFY(MakeAuthority(QStringLiteral("rogue"), QStringLiteral("/CN=Rogue CA")));
-        QVERIFY(MakeCertificate(QStringLiteral("server"), QStringLiteral("/CN=127.0.0.1"), QStringLiteral("ca"),
-                                QStringLiteral("server.ext")));
+        QVERIFY(MakeCertificate(QStringLiteral("server"), QStringLiteral("/CN=127.0.0.1"),
+                                QStringLiteral("ca"), QStringLiteral("server.ext")));
         // etcdctl signs in as root by its certificate's common name.
         QVERIFY(MakeCertificate(QStringLiteral("root"), QStringLiteral("/CN=root"), QStringLiteral("ca")));
-        QVERIFY(MakeCertificate(QStringLiteral("client"), QStringLiteral("/O=Zent Test Client"), QStringLiteral("ca")));
+        QVERIFY(MakeCertificate(QStringLiteral("client"), QStringLiteral("/O=Zent Test Client"),
+                                QStringLiteral("ca")));
         QVERIFY(MakeCertificate(QStringLiteral("stranger"), QStringLiteral("/O=Zent Test Client"),
                                 QStringLiteral("rogue")));
 
         m_etcd = std::make_unique<EtcdCluster>(
             m_dir->path(), 1,
-            QStringList{QStringLiteral("--cert-file"), File(QStringLiteral("server.pem")), QStringLiteral("--key-file"),
-                        File(QStringLiteral("server.key")), QStringLiteral("--client-cert-auth"),
-                        QStringLiteral("--trusted-ca-file"), File(QStringLiteral("ca.pem"))},
+            QStringList{QStringLiteral("--cert-file"), File(QStringLiteral("server.pem")),
+                        QStringLiteral("--key-file"), File(QStringLiteral("server.key")),
+                        QStringLiteral("--client-cert-auth"), QStringLiteral("--trusted-ca-file"),
+                        File(QStringLiteral("ca.pem"))},
             QStringLiteral("https"));
-        m_etcd->SetCtlOptions({QStringLiteral("--cacert"), File(QStringLiteral("ca.pem")), QStringLiteral("--cert"),
-                               File(QStringLiteral("root.pem")), QStringLiteral("--key"),
-                               File(QStringLiteral("root.key"))});
+        m_etcd->SetCtlOptions({QStringLiteral("--cacert"), File(QStringLiteral("ca.pem")),
+                               QStringLiteral("--cert"), File(QStringLiteral("root.pem")),
+                               QStringLiteral("--key"), File(QStringLiteral("root.key"))});
         QVERIFY2(m_etcd->Start(), qPrintable(m_etcd->Log()));
         const QStringList setup[] = {
-            {QStringLiteral("user"), QStringLiteral("add"), QStringLiteral("root"), QStringLiteral("--interactive=false")},
-            {QStringLiteral("user"), QStringLiteral("grant-role"), QStringLiteral("root"), QStringLiteral("root")},
-            {QStringLiteral("user"), QStringLiteral("add"), QStringLiteral("reader"), QStringLiteral("--interactive=false")},
+            {QStringLiteral("user"), QStringLiteral("add"), QStringLiteral("root"),
+             QStringLiteral("--interactive=false")},
+            {QStringLiteral("user"), QStringLiteral("grant-role"), QStringLiteral("root"),
+             QStringLiteral("root")},
+            {QStringLiteral("user"), QStringLiteral("add"), QStringLiteral("reader"),
+             QStringLiteral("--interactive=false")},
             {QStringLiteral("role"), QStringLiteral("add"), QStringLiteral("reading")},
-            {QStringLiteral("role"), QStringLiteral("grant-permission"), QStringLiteral("reading"), QStringLiteral("read"),
-             QStringLiteral("zent/"), QStringLiteral("--prefix=true")},
-            {QStringLiteral("user"), QStringLiteral("grant-role"), QStringLiteral("reader"), QStringLiteral("reading")},
+            {QStringLiteral("role"), QStringLiteral("grant-permission"), QStringLiteral("reading"),
+             QStringLiteral("read"), QStringLiteral("zent/"), QStringLiteral("--prefix=true")},
+            {QStringLiteral("user"), QStringLiteral("grant-role"), QStringLiteral("reader"),
+             QStringLiteral("reading")},
             {QStringLiteral("put"), QStringLiteral("zent/App/Machine/Value"),
              QStringLiteral("{\"text\":\"readable\",\"type\":\"string\",\"protected\":\"true\",\"ts\":1}")},
             {QStringLiteral("auth"), QStringLiteral("enable")}};
         for (const QStringList& command : setup) {
             const QByteArray password = command.value(2) == QLatin1String("root") ? "rootpw\n" : "readerpw\n";
-            QVERIFY2(!m_etcd->Ctl(command, 0, password).isEmpty(), qPrintable(command.join(QLatin1Char(' '))));
+            QVERIFY2(!m_etcd->Ctl(command, 0, password).isEmpty(),
+                     qPrintable(command.join(QLatin1Char(' '))));
         }
     }
 
@@ -143,14 +159,16 @@ private slots:
         QVERIFY2(cluster.Start(), qPrintable(cluster.Log()));
         int leader = -1;
         for (int i = 0; i < cluster.Size() && leader < 0; ++i) {
-            const QJsonArray status = QJsonDocument::fromJson(
-                                          cluster.Ctl({QStringLiteral("endpoint"), QStringLiteral("status"),
-                                                       QStringLiteral("-w"), QStringLiteral("json")},
-                                                      i)
-                                              .toUtf8())
-                                          .array();
+            const QJsonArray status =
+                QJsonDocument::fromJson(cluster
+                                            .Ctl({QStringLiteral("endpoint"), QStringLiteral("status"),
+                                                  QStringLiteral("-w"), QStringLiteral("json")},
+                                                 i)
+                                            .toUtf8())
+                    .array();
             const QJsonObject member = status.at(0).toObject().value(QLatin1String("Status")).toObject();
-            const QJsonValue id = member.value(QLatin1String("header")).toObject().value(QLatin1String("member_id"));
+            const QJsonValue id =
+                member.value(QLatin1String("header")).toObject().value(QLatin1String("member_id"));
             if (id.toVariant() == member.value(QLatin1String("leader")).toVariant())
                 leader = i;
         }
@@ -199,7 +217,8 @@ private slots:
         for (const int i : acknowledged) {
             const QByteArray key = "zent/Load/Machine/V" + QByteArray::number(i);
             QVERIFY2(values.count(key) == 1, key.constData());
-            QVERIFY2(values[key].contains("\"text\":\"" + QByteArray::number(i) + "\""), values[key].constData());
+            QVERIFY2(values[key].contains("\"text\":\"" + QByteArray::number(i) + "\""),
+                     values[key].constData());
         }
         // The client went on through the other members: nothing failed.
         QCOMPARE(int(failed.size()), 0);
@@ -210,39 +229,44 @@ private slots:
     void anonymousClientIsRefused()
     {
         EtcdClient client(Options());
-        CompareKVException(CaughtKVException([&] { client.Connect("zent/"); }),
-                           QStringLiteral("The configuration service requires a user name and password, and none is "
-                                          "configured for this client."),
-                           SOURCE, CLASS, QStringLiteral("Connect"));
+        CompareKVException(
+            CaughtKVException([&] { client.Connect("zent/"); }),
+            QStringLiteral("The configuration service requires a user name and password, and none is "
+                           "configured for this client."),
+            SOURCE, CLASS, QStringLiteral("Connect"));
         QCOMPARE(client.LastFailureWasUnreachable(), false);
     }
 
     void wrongPasswordIsRefused()
     {
         EtcdClient client(Options(QStringLiteral("reader"), "not the password"));
-        CompareKVException(CaughtKVException([&] { client.Connect("zent/"); }),
-                           QStringLiteral("The configuration service refused the user \"reader\": wrong user name or "
-                                          "password."),
-                           SOURCE, CLASS, QStringLiteral("Connect"));
+        CompareKVException(
+            CaughtKVException([&] { client.Connect("zent/"); }),
+            QStringLiteral("The configuration service refused the user \"reader\": wrong user name or "
+                           "password."),
+            SOURCE, CLASS, QStringLiteral("Connect"));
     }
 
     void untrustedClientCertificateIsRefused()
     {
         EtcdClient client(Options(QStringLiteral("reader"), "readerpw", QStringLiteral("stranger")));
-        CompareKVException(CaughtKVException([&] { client.Connect("zent/"); }),
-                           QStringLiteral("The configuration service at %1 did not accept this client's certificate.")
-                               .arg(m_etcd->Endpoint()),
-                           SOURCE, CLASS, QStringLiteral("Connect"));
+        CompareKVException(
+            CaughtKVException([&] { client.Connect("zent/"); }),
+            QStringLiteral("The configuration service at %1 did not accept this client's certificate.")
+                .arg(m_etcd->Endpoint()),
+            SOURCE, CLASS, QStringLiteral("Connect"));
     }
 
     void untrustedServiceCertificateIsRefused()
     {
-        EtcdClient client(Options(QStringLiteral("reader"), "readerpw", QStringLiteral("client"), QStringLiteral("rogue")));
-        CompareKVException(CaughtKVException([&] { client.Connect("zent/"); }),
-                           QStringLiteral("The certificate of the configuration service at %1 is not trusted by this "
-                                          "client.")
-                               .arg(m_etcd->Endpoint()),
-                           SOURCE, CLASS, QStringLiteral("Connect"));
+        EtcdClient client(
+            Options(QStringLiteral("reader"), "readerpw", QStringLiteral("client"), QStringLiteral("rogue")));
+        CompareKVException(
+            CaughtKVException([&] { client.Connect("zent/"); }),
+            QStringLiteral("The certificate of the configuration service at %1 is not trusted by this "
+                           "client.")
+                .arg(m_etcd->Endpoint()),
+            SOURCE, CLASS, QStringLiteral("Connect"));
     }
 
     void readOnlyUserReadsAndIsRefusedWriting()
@@ -254,19 +278,24 @@ private slots:
         QCOMPARE(cfg.GetString(QStringLiteral("Value"), QString()), QStringLiteral("readable"));
         CompareKVException(
             CaughtKVException([&] { cfg.SetString(QStringLiteral("Value"), QStringLiteral("changed")); }),
-            QStringLiteral("The configuration service denied the user \"reader\" this access: permission denied."),
+            QStringLiteral(
+                "The configuration service denied the user \"reader\" this access: permission denied."),
             SOURCE, CLASS, QStringLiteral("Put"));
         QCOMPARE(cfg.GetString(QStringLiteral("Value"), QString()), QStringLiteral("readable"));
         QCOMPARE(Stored(), QStringLiteral("zent/App/Machine/Value\n\n"));
         // The signed-in watch brings an administrator's change.
-        QVERIFY(!m_etcd->Ctl({QStringLiteral("put"), QStringLiteral("zent/App/Machine/Value"),
-                              QStringLiteral("{\"text\":\"renewed\",\"type\":\"string\",\"ts\":2}")})
+        QVERIFY(!m_etcd
+                     ->Ctl({QStringLiteral("put"), QStringLiteral("zent/App/Machine/Value"),
+                            QStringLiteral("{\"text\":\"renewed\",\"type\":\"string\",\"ts\":2}")})
                      .isEmpty());
-        QTRY_COMPARE_WITH_TIMEOUT(cfg.GetString(QStringLiteral("Value"), QString()), QStringLiteral("renewed"), 1000);
-        QVERIFY(!m_etcd->Ctl({QStringLiteral("put"), QStringLiteral("zent/App/Machine/Value"),
-                              QStringLiteral("{\"text\":\"readable\",\"type\":\"string\",\"protected\":\"true\","
-                                             "\"ts\":1}")})
-                     .isEmpty());
+        QTRY_COMPARE_WITH_TIMEOUT(cfg.GetString(QStringLiteral("Value"), QString()),
+                                  QStringLiteral("renewed"), 1000);
+        QVERIFY(
+            !m_etcd
+                 ->Ctl({QStringLiteral("put"), QStringLiteral("zent/App/Machine/Value"),
+                        QStringLiteral("{\"text\":\"readable\",\"type\":\"string\",\"protected\":\"true\","
+                                       "\"ts\":1}")})
+                 .isEmpty());
     }
 
     void applicationRefusedByTheServiceSaysWhyAndEnds()
@@ -291,9 +320,10 @@ private slots:
                      {QStringLiteral("Server:") + m_etcd->Endpoint(), QStringLiteral("start")});
         QVERIFY(helper.waitForFinished(30000));
         QCOMPARE(QString::fromUtf8(helper.readAllStandardOutput()),
-                 QStringLiteral("0 The configuration service refused the user \"reader\": wrong user name or password.\n"
-                                "0 Application \"App\" can't connect to TALVO Configuration Service.\nPlease make sure "
-                                "that Configuration Service is running and start the application again.\n"));
+                 QStringLiteral(
+                     "0 The configuration service refused the user \"reader\": wrong user name or password.\n"
+                     "0 Application \"App\" can't connect to TALVO Configuration Service.\nPlease make sure "
+                     "that Configuration Service is running and start the application again.\n"));
         QCOMPARE(helper.exitCode(), 255);
     }
 
@@ -301,11 +331,11 @@ private slots:
     {
         EtcdClient client{EtcdClientOptions()};
         CompareKVException(CaughtKVException([&] { client.Put("zent/App/Machine", "{}"); }),
-                           QStringLiteral("No member of the configuration service is configured."), SOURCE, CLASS,
-                           QStringLiteral("Put"));
+                           QStringLiteral("No member of the configuration service is configured."), SOURCE,
+                           CLASS, QStringLiteral("Put"));
         CompareKVException(CaughtKVException([&] { client.Connect("zent/"); }),
-                           QStringLiteral("No member of the configuration service is configured."), SOURCE, CLASS,
-                           QStringLiteral("Connect"));
+                           QStringLiteral("No member of the configuration service is configured."), SOURCE,
+                           CLASS, QStringLiteral("Connect"));
     }
 
     void refusedClientsWroteNothing()

@@ -86,14 +86,16 @@ private slots:
         const QString passwordFile = WriteFile(QStringLiteral("open-secret"), "s3cr3t\n",
                                                QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                                                    QFileDevice::ReadGroup | QFileDevice::ReadOther);
-        const QString config = WriteFile(QStringLiteral("open.conf"),
-                                         QStringLiteral("[etcd]\nuser=zent\npasswordFile=%1\n").arg(passwordFile).toUtf8(),
-                                         QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        const QString config =
+            WriteFile(QStringLiteral("open.conf"),
+                      QStringLiteral("[etcd]\nuser=zent\npasswordFile=%1\n").arg(passwordFile).toUtf8(),
+                      QFileDevice::ReadOwner | QFileDevice::WriteOwner);
         qputenv("ZENT_CFGCLIENT_CONFIG", QFile::encodeName(config));
         CompareKVException(
             CaughtKVException([] { EtcdClientSettings::Load(QStringLiteral("h:4000")); }),
-            QStringLiteral("The password file \"%1\" may be read or written by others; it must be readable by its "
-                           "owner only.")
+            QStringLiteral(
+                "The password file \"%1\" may be read or written by others; it must be readable by its "
+                "owner only.")
                 .arg(passwordFile),
             QStringLiteral("cfgclient/etcdclientsettings"), QStringLiteral("EtcdClientSettings"),
             QStringLiteral("ReadPassword"));

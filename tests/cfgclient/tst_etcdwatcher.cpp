@@ -67,10 +67,10 @@ private slots:
         m_pClient->Put("zent/Other/Machine/a", "not watched");
         m_pClient->Commit({{EtcdOperation::Put, "zent/W1/Machine/b", "2"},
                            {EtcdOperation::DeleteKey, "zent/W1/Machine/a", QByteArray()}});
-        QTRY_COMPARE_WITH_TIMEOUT(Seen(),
-                                  (QStringList{"put zent/W1/Machine/a 1", "put zent/W1/Machine/b 2",
-                                               "delete zent/W1/Machine/a "}),
-                                  2000);
+        QTRY_COMPARE_WITH_TIMEOUT(
+            Seen(),
+            (QStringList{"put zent/W1/Machine/a 1", "put zent/W1/Machine/b 2", "delete zent/W1/Machine/a "}),
+            2000);
     }
 
     void watchFromACompactedRevisionSaysSoAndGoesOn()
@@ -83,9 +83,8 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(Seen().value(0), QStringLiteral("compacted"), 2000);
         m_pClient->Put("zent/W2/Machine/d", "4");
         // From the compacted revision on: the last change before it and the new one.
-        QTRY_COMPARE_WITH_TIMEOUT(Seen(),
-                                  (QStringList{"compacted", "put zent/W2/Machine/c 3", "put zent/W2/Machine/d 4"}),
-                                  2000);
+        QTRY_COMPARE_WITH_TIMEOUT(
+            Seen(), (QStringList{"compacted", "put zent/W2/Machine/c 3", "put zent/W2/Machine/d 4"}), 2000);
     }
 };
 

@@ -80,19 +80,21 @@ public:
         for (Member& member : m_members) {
             member.process = std::make_unique<EtcdProcess>();
             member.process->setProcessChannelMode(QProcess::MergedChannels);
-            member.process->setStandardOutputFile(QDir(m_sFolder).filePath(member.name + QStringLiteral(".log")));
+            member.process->setStandardOutputFile(
+                QDir(m_sFolder).filePath(member.name + QStringLiteral(".log")));
             const QString client = QStringLiteral("%1://127.0.0.1:%2").arg(m_sScheme).arg(member.clientPort);
             const QString peer = QStringLiteral("http://127.0.0.1:%1").arg(member.peerPort);
-            member.process->start(QStringLiteral("etcd"),
-                                  QStringList{QStringLiteral("--name"), member.name, QStringLiteral("--data-dir"),
-                                              QDir(m_sFolder).filePath(member.name + QStringLiteral(".etcd")),
-                                              QStringLiteral("--listen-client-urls"), client,
-                                              QStringLiteral("--advertise-client-urls"), client,
-                                              QStringLiteral("--listen-peer-urls"), peer,
-                                              QStringLiteral("--initial-advertise-peer-urls"), peer,
-                                              QStringLiteral("--initial-cluster"), initial.join(QLatin1Char(',')),
-                                              QStringLiteral("--initial-cluster-state"), QStringLiteral("new")} +
-                                      m_extra);
+            member.process->start(
+                QStringLiteral("etcd"),
+                QStringList{QStringLiteral("--name"), member.name, QStringLiteral("--data-dir"),
+                            QDir(m_sFolder).filePath(member.name + QStringLiteral(".etcd")),
+                            QStringLiteral("--listen-client-urls"), client,
+                            QStringLiteral("--advertise-client-urls"), client,
+                            QStringLiteral("--listen-peer-urls"), peer,
+                            QStringLiteral("--initial-advertise-peer-urls"), peer,
+                            QStringLiteral("--initial-cluster"), initial.join(QLatin1Char(',')),
+                            QStringLiteral("--initial-cluster-state"), QStringLiteral("new")} +
+                    m_extra);
             if (!member.process->waitForStarted(5000))
                 return false;
         }
@@ -113,7 +115,8 @@ public:
     {
         QElapsedTimer timer;
         timer.start();
-        while (Ctl({QStringLiteral("put"), QStringLiteral("zent-ready"), QStringLiteral("1")}, index).isEmpty()) {
+        while (Ctl({QStringLiteral("put"), QStringLiteral("zent-ready"), QStringLiteral("1")}, index)
+                   .isEmpty()) {
             if (timer.elapsed() > timeoutMs)
                 return false;
             QThread::msleep(100);

@@ -56,8 +56,8 @@ void QMutex::unlock() noexcept
 // as written before the waiter reads it.
 bool QWaitCondition::wait(QMutex* lockedMutex, QDeadlineTimer deadline)
 {
-    static const auto qtWait =
-        QtFunction<bool (*)(QWaitCondition*, QMutex*, QDeadlineTimer)>("_ZN14QWaitCondition4waitEP6QMutex14QDeadlineTimer");
+    static const auto qtWait = QtFunction<bool (*)(QWaitCondition*, QMutex*, QDeadlineTimer)>(
+        "_ZN14QWaitCondition4waitEP6QMutex14QDeadlineTimer");
     __tsan_release(lockedMutex);
     const bool woken = qtWait(this, lockedMutex, deadline);
     __tsan_acquire(lockedMutex);

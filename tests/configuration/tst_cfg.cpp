@@ -486,17 +486,18 @@ private slots:
     {
         QFETCH(int, kind);
         MemoryCfg cfg(QString(), ICfg::VIEW_Machine);
-        CompareKVException(CaughtKVException([&] {
-                               if (kind == 0)
-                                   cfg.IsStringWritable(QStringLiteral("s"), ICfg::VIEW_Machine);
-                               else if (kind == 1)
-                                   cfg.IsIntegerWritable(QStringLiteral("s"), ICfg::VIEW_Machine);
-                               else
-                                   cfg.IsBooleanWritable(QStringLiteral("s"), ICfg::VIEW_Machine);
-                           }),
-                           QStringLiteral("CfgCenter::GetDocCfg(), called, before calling CfgCenter::CfgCenter()"),
-                           QStringLiteral("configuration/cfgcenter"), QStringLiteral("CfgCenter"),
-                           QStringLiteral("GetDocCfg"));
+        CompareKVException(
+            CaughtKVException([&] {
+                if (kind == 0)
+                    cfg.IsStringWritable(QStringLiteral("s"), ICfg::VIEW_Machine);
+                else if (kind == 1)
+                    cfg.IsIntegerWritable(QStringLiteral("s"), ICfg::VIEW_Machine);
+                else
+                    cfg.IsBooleanWritable(QStringLiteral("s"), ICfg::VIEW_Machine);
+            }),
+            QStringLiteral("CfgCenter::GetDocCfg(), called, before calling CfgCenter::CfgCenter()"),
+            QStringLiteral("configuration/cfgcenter"), QStringLiteral("CfgCenter"),
+            QStringLiteral("GetDocCfg"));
     }
 
     void saveDocumentWithoutDocumentConfigurationDoesNothing()

@@ -1092,9 +1092,11 @@ private slots:
         QFETCH(int, usage);
         CfgCenter::SetUsage(CfgCenter::CfgCenterUsage(usage));
         Write(Path(QStringLiteral("Cfg.usr.xml")),
-              "<?xml version=\"1.0\"?><Cfg version=\"2.2\"><User><App><U>from side file</U></App></User></Cfg>");
+              "<?xml version=\"1.0\"?><Cfg version=\"2.2\"><User><App><U>from side "
+              "file</U></App></User></Cfg>");
         auto cfg = Open(MAIN);
-        QCOMPARE(cfg->GetString(QStringLiteral("U"), QString(), ICfg::VIEW_User), QStringLiteral("from side file"));
+        QCOMPARE(cfg->GetString(QStringLiteral("U"), QString(), ICfg::VIEW_User),
+                 QStringLiteral("from side file"));
     }
 
     void saveOutsideTheMainThreadIsAsserted()
@@ -1202,7 +1204,8 @@ private slots:
     void childThatIsNoElementFailsTheEnumeration()
     {
         QFETCH(QByteArray, child);
-        auto cfg = Open(Document("<System/><Domain/><Machine><App><Sub/>" + child + "<Next/></App></Machine>"));
+        auto cfg =
+            Open(Document("<System/><Domain/><Machine><App><Sub/>" + child + "<Next/></App></Machine>"));
         std::unique_ptr<ICfg> first(cfg->CreateSubCfgAt(0));
         QVERIFY(first);
         QCOMPARE(first->GetPartialKey(), QStringLiteral("Sub"));
@@ -1316,29 +1319,35 @@ private slots:
         QTest::addColumn<QString>("setter");
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("message");
-        const QString notAName = QStringLiteral("The value \"%1\" was not stored: \"%2\" cannot be an XML element name.");
-        for (const QString& setter : {QStringLiteral("SetString"), QStringLiteral("SetInteger"),
-                                      QStringLiteral("SetBoolean"), QStringLiteral("SetProtected"),
-                                      QStringLiteral("SetAttributeType")}) {
+        const QString notAName =
+            QStringLiteral("The value \"%1\" was not stored: \"%2\" cannot be an XML element name.");
+        for (const QString& setter :
+             {QStringLiteral("SetString"), QStringLiteral("SetInteger"), QStringLiteral("SetBoolean"),
+              QStringLiteral("SetProtected"), QStringLiteral("SetAttributeType")}) {
             const QByteArray prefix = setter.toLatin1() + "_";
-            QTest::newRow(prefix + "space") << setter << "has space" << notAName.arg("has space", "has space");
+            QTest::newRow(prefix + "space")
+                << setter << "has space" << notAName.arg("has space", "has space");
             QTest::newRow(prefix + "leading_digit") << setter << "1st" << notAName.arg("1st", "1st");
             QTest::newRow(prefix + "slash") << setter << "a/b" << notAName.arg("a/b", "a/b");
-            QTest::newRow(prefix + "bad_path") << setter << "Sub\\1st\\V" << notAName.arg("Sub\\1st\\V", "1st");
+            QTest::newRow(prefix + "bad_path")
+                << setter << "Sub\\1st\\V" << notAName.arg("Sub\\1st\\V", "1st");
             QTest::newRow(prefix + "empty_after_path") << setter << "Sub\\" << notAName.arg("Sub\\", "");
         }
         QTest::newRow("SetString_control_character")
             << "SetString"
-            << "V" << QStringLiteral("The value \"V\" was not stored: its text contains the character U+0001, "
-                                     "which XML cannot carry.");
+            << "V"
+            << QStringLiteral("The value \"V\" was not stored: its text contains the character U+0001, "
+                              "which XML cannot carry.");
         QTest::newRow("SetString_noncharacter")
             << "SetString"
-            << "V" << QStringLiteral("The value \"V\" was not stored: its text contains the character U+FFFF, "
-                                     "which XML cannot carry.");
+            << "V"
+            << QStringLiteral("The value \"V\" was not stored: its text contains the character U+FFFF, "
+                              "which XML cannot carry.");
         QTest::newRow("SetString_unpaired_surrogate")
             << "SetString"
-            << "V" << QStringLiteral("The value \"V\" was not stored: its text contains the character U+D800, "
-                                     "which XML cannot carry.");
+            << "V"
+            << QStringLiteral("The value \"V\" was not stored: its text contains the character U+D800, "
+                              "which XML cannot carry.");
     }
 
     void writesThatCannotBeStoredAreRefused()
@@ -1387,9 +1396,10 @@ private slots:
         Write(Path(QStringLiteral("Cfg.xml")), MAIN);
         OpenCfgXml cfg(Path(QStringLiteral("Cfg.xml")), QStringLiteral("App\\My Part"), ICfg::VIEW_Machine);
         cfg.OpenDocument(false);
-        CompareException([&] { cfg.SetInteger(QStringLiteral("V"), 1); },
-                         QStringLiteral("The value \"V\" was not stored: \"My Part\" cannot be an XML element name."),
-                         QStringLiteral("SetInteger"));
+        CompareException(
+            [&] { cfg.SetInteger(QStringLiteral("V"), 1); },
+            QStringLiteral("The value \"V\" was not stored: \"My Part\" cannot be an XML element name."),
+            QStringLiteral("SetInteger"));
     }
 
     void writesToAUserPartitionThatCannotBeAnElementAreRefused()
@@ -1398,10 +1408,11 @@ private slots:
         CfgCenterTestAccess::SetAppCfg(cfg.get());
         cfg->SetUserViewSubkey(QStringLiteral("DOMAIN\\john"));
         QCOMPARE(cfg->GetString(QStringLiteral("V"), QStringLiteral("d")), QStringLiteral("d"));
-        CompareException([&] { cfg->SetString(QStringLiteral("V"), QStringLiteral("x")); },
-                         QStringLiteral("The value \"V\" was not stored: \"DOMAIN\\john\" cannot be an XML element "
-                                        "name."),
-                         QStringLiteral("SetString"));
+        CompareException(
+            [&] { cfg->SetString(QStringLiteral("V"), QStringLiteral("x")); },
+            QStringLiteral("The value \"V\" was not stored: \"DOMAIN\\john\" cannot be an XML element "
+                           "name."),
+            QStringLiteral("SetString"));
     }
 
     void subConfigurationNamesThatCannotBeElementsAreReported_data()
@@ -1426,17 +1437,19 @@ private slots:
         m_traces.clear();
         QCOMPARE(cfg->AddSubCfg(key), false);
         QCOMPARE(m_traces.size(), 1);
-        QVERIFY2(m_traces[0].contains(QStringLiteral("The sub-configuration \"%1\" was not stored: \"%2\" cannot be "
-                                                     "an XML element name.")
-                                          .arg(key, invalid)),
+        QVERIFY2(m_traces[0].contains(
+                     QStringLiteral("The sub-configuration \"%1\" was not stored: \"%2\" cannot be "
+                                    "an XML element name.")
+                         .arg(key, invalid)),
                  qPrintable(m_traces[0]));
         QCOMPARE(cfg->HasSubCfg(QStringLiteral("Sub")), false);
         m_traces.clear();
         QVERIFY(!cfg->CreateSubCfg(key));
         QCOMPARE(m_traces.size(), 1);
-        QVERIFY2(m_traces[0].contains(QStringLiteral("The sub-configuration \"%1\" does not exist: \"%2\" cannot be "
-                                                     "an XML element name.")
-                                          .arg(key, invalid)),
+        QVERIFY2(m_traces[0].contains(
+                     QStringLiteral("The sub-configuration \"%1\" does not exist: \"%2\" cannot be "
+                                    "an XML element name.")
+                         .arg(key, invalid)),
                  qPrintable(m_traces[0]));
     }
 
@@ -1446,8 +1459,8 @@ private slots:
         m_traces.clear();
         QCOMPARE(cfg->AddSubCfg(QString()), false);
         QCOMPARE(m_traces.size(), 1);
-        QVERIFY2(m_traces[0].contains(
-                     QStringLiteral("The sub-configuration \"\" was not stored: \"\" cannot be an XML element name.")),
+        QVERIFY2(m_traces[0].contains(QStringLiteral(
+                     "The sub-configuration \"\" was not stored: \"\" cannot be an XML element name.")),
                  qPrintable(m_traces[0]));
     }
 

@@ -7,9 +7,9 @@
 #include "configuration/fakezentos.h"
 #include "kvbase/errorhandler.h"
 
+#include <QDir>
 #include <QDomDocument>
 #include <QFile>
-#include <QDir>
 #include <QFileInfo>
 #include <QProcess>
 #include <QtTest>
@@ -29,25 +29,26 @@ public:
     using CfgXml::SaveDocument;
 };
 
-const QByteArray START = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
-                         "<Cfg version=\"2.2\">"
-                         "<System><App><S>1</S></App></System>"
-                         "<Domain><App><D>1</D></App></Domain>"
-                         "<Machine><App>"
-                         "<A protected=\"true\" type=\"string\">1</A>"
-                         "<Plain>text</Plain>"
-                         "<Sub><B type=\"string\">2</B></Sub>"
-                         "</App></Machine>"
-                         "<Export><App><E>1</E></App></Export>"
-                         "<User><App><U>1</U></App>"
-                         "<xyZ9Subkey1Zxy>"
-                         "<Ann nodeType=\"loginUser\" ActiveUser=\"UC___X\">"
-                         "<UC___X nodeType=\"addSubKey\" UserConfiguration=\"active\"><App><V>x</V></App></UC___X>"
-                         "<UC___Y nodeType=\"addSubKey\" UserConfiguration=\"active\"><App><V>y</V></App></UC___Y>"
-                         "</Ann>"
-                         "<Bob nodeType=\"loginUser\"/>"
-                         "</xyZ9Subkey1Zxy>"
-                         "</User></Cfg>\n";
+const QByteArray START =
+    "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+    "<Cfg version=\"2.2\">"
+    "<System><App><S>1</S></App></System>"
+    "<Domain><App><D>1</D></App></Domain>"
+    "<Machine><App>"
+    "<A protected=\"true\" type=\"string\">1</A>"
+    "<Plain>text</Plain>"
+    "<Sub><B type=\"string\">2</B></Sub>"
+    "</App></Machine>"
+    "<Export><App><E>1</E></App></Export>"
+    "<User><App><U>1</U></App>"
+    "<xyZ9Subkey1Zxy>"
+    "<Ann nodeType=\"loginUser\" ActiveUser=\"UC___X\">"
+    "<UC___X nodeType=\"addSubKey\" UserConfiguration=\"active\"><App><V>x</V></App></UC___X>"
+    "<UC___Y nodeType=\"addSubKey\" UserConfiguration=\"active\"><App><V>y</V></App></UC___Y>"
+    "</Ann>"
+    "<Bob nodeType=\"loginUser\"/>"
+    "</xyZ9Subkey1Zxy>"
+    "</User></Cfg>\n";
 
 /// The element at a path of tag names separated by "/" below the root.
 QDomElement At(const QDomElement& root, const QString& path)
@@ -115,15 +116,16 @@ std::vector<Change> SetterChanges()
         const auto probe = [path](const QDomElement& saved, const QDomElement&) {
             return TextAt(saved, path) + QLatin1Char(' ') + AttributeAt(saved, path, QStringLiteral("type"));
         };
-        changes.push_back({"set_string_" + viewName.toLatin1().toLower(), NoPreparation,
-                           [view](OpenCfgXml& cfg) { cfg.SetString(QStringLiteral("N"), QStringLiteral("s"), view); },
-                           probe, QStringLiteral("s string")});
+        changes.push_back(
+            {"set_string_" + viewName.toLatin1().toLower(), NoPreparation,
+             [view](OpenCfgXml& cfg) { cfg.SetString(QStringLiteral("N"), QStringLiteral("s"), view); },
+             probe, QStringLiteral("s string")});
         changes.push_back({"set_integer_" + viewName.toLatin1().toLower(), NoPreparation,
                            [view](OpenCfgXml& cfg) { cfg.SetInteger(QStringLiteral("N"), -42, view); }, probe,
                            QStringLiteral("-42 integer")});
         changes.push_back({"set_boolean_" + viewName.toLatin1().toLower(), NoPreparation,
-                           [view](OpenCfgXml& cfg) { cfg.SetBoolean(QStringLiteral("N"), false, view); }, probe,
-                           QStringLiteral("false boolean")});
+                           [view](OpenCfgXml& cfg) { cfg.SetBoolean(QStringLiteral("N"), false, view); },
+                           probe, QStringLiteral("false boolean")});
     }
     return changes;
 }
@@ -137,7 +139,8 @@ const std::vector<Change>& Changes()
              [](OpenCfgXml& cfg) { cfg.SetString(QStringLiteral("A"), QStringLiteral("changed")); },
              [](const QDomElement& saved, const QDomElement&) { return TextAt(saved, "Machine/App/A"); },
              QStringLiteral("changed")},
-            {"set_own_text", NoPreparation, [](OpenCfgXml& cfg) { cfg.SetString(QString(), QStringLiteral("own")); },
+            {"set_own_text", NoPreparation,
+             [](OpenCfgXml& cfg) { cfg.SetString(QString(), QStringLiteral("own")); },
              [](const QDomElement& saved, const QDomElement&) {
                  QDomNode child = At(saved, "Machine/App").firstChild();
                  while (!child.isNull() && !child.isText())
@@ -159,14 +162,17 @@ const std::vector<Change>& Changes()
              },
              [](const QDomElement& saved, const QDomElement&) { return TextAt(saved, "Machine/App/Sub/B"); },
              QStringLiteral("7")},
-            {"set_protected", NoPreparation, [](OpenCfgXml& cfg) { cfg.SetProtected(QStringLiteral("A"), false); },
+            {"set_protected", NoPreparation,
+             [](OpenCfgXml& cfg) { cfg.SetProtected(QStringLiteral("A"), false); },
              [](const QDomElement& saved, const QDomElement&) {
                  return AttributeAt(saved, "Machine/App/A", "protected");
              },
              QStringLiteral("false")},
             {"set_attribute_type", NoPreparation,
              [](OpenCfgXml& cfg) { cfg.SetAttributeType(QStringLiteral("A"), ICfg::TYPE_Boolean); },
-             [](const QDomElement& saved, const QDomElement&) { return AttributeAt(saved, "Machine/App/A", "type"); },
+             [](const QDomElement& saved, const QDomElement&) {
+                 return AttributeAt(saved, "Machine/App/A", "type");
+             },
              QStringLiteral("boolean")},
             {"get_attribute_type_writes_the_derived_type", NoPreparation,
              [](OpenCfgXml& cfg) { cfg.GetAttributeType(QStringLiteral("Plain")); },
@@ -174,7 +180,8 @@ const std::vector<Change>& Changes()
                  return AttributeAt(saved, "Machine/App/Plain", "type");
              },
              QStringLiteral("string")},
-            {"remove_attribute", NoPreparation, [](OpenCfgXml& cfg) { cfg.RemoveAttribute(QStringLiteral("A")); },
+            {"remove_attribute", NoPreparation,
+             [](OpenCfgXml& cfg) { cfg.RemoveAttribute(QStringLiteral("A")); },
              [](const QDomElement& saved, const QDomElement&) { return ChildrenAt(saved, "Machine/App"); },
              QStringLiteral("Plain,Sub,name")},
             {"rename_attribute", NoPreparation,
@@ -184,7 +191,8 @@ const std::vector<Change>& Changes()
             {"add_sub_cfg", NoPreparation, [](OpenCfgXml& cfg) { cfg.AddSubCfg(QStringLiteral("New")); },
              [](const QDomElement& saved, const QDomElement&) { return ChildrenAt(saved, "Machine/App"); },
              QStringLiteral("A,Plain,Sub,name,New")},
-            {"remove_sub_cfg", NoPreparation, [](OpenCfgXml& cfg) { cfg.RemoveSubCfg(QStringLiteral("Sub")); },
+            {"remove_sub_cfg", NoPreparation,
+             [](OpenCfgXml& cfg) { cfg.RemoveSubCfg(QStringLiteral("Sub")); },
              [](const QDomElement& saved, const QDomElement&) { return ChildrenAt(saved, "Machine/App"); },
              QStringLiteral("A,Plain,name")},
             {"move_sub_cfg", NoPreparation,
@@ -208,9 +216,12 @@ const std::vector<Change>& Changes()
             {"merge_type_only", NoPreparation,
              [](OpenCfgXml& cfg) {
                  cfg.MergeCfgFromStringAndApp(
-                     "<Cfg><Machine><App><A type=\"integer\">1</A></App></Machine></Cfg>", QStringLiteral("App"));
+                     "<Cfg><Machine><App><A type=\"integer\">1</A></App></Machine></Cfg>",
+                     QStringLiteral("App"));
              },
-             [](const QDomElement& saved, const QDomElement&) { return AttributeAt(saved, "Machine/App/A", "type"); },
+             [](const QDomElement& saved, const QDomElement&) {
+                 return AttributeAt(saved, "Machine/App/A", "type");
+             },
              QStringLiteral("integer")},
             {"restore_backup",
              [](OpenCfgXml& cfg) {
@@ -234,7 +245,9 @@ const std::vector<Change>& Changes()
              QStringLiteral("UC___X,UC___Y,UC___Z UC___Z")},
             {"load_configuration_name", SelectAnn,
              [](OpenCfgXml& cfg) { cfg.LoadConfigurationName(QStringLiteral("Y")); },
-             [](const QDomElement& saved, const QDomElement&) { return AttributeAt(saved, ANN, "ActiveUser"); },
+             [](const QDomElement& saved, const QDomElement&) {
+                 return AttributeAt(saved, ANN, "ActiveUser");
+             },
              QStringLiteral("UC___Y")},
             {"rename_configuration_name", SelectAnn,
              [](OpenCfgXml& cfg) { cfg.RenameConfigurationName(QStringLiteral("Y"), QStringLiteral("W")); },
@@ -251,18 +264,24 @@ const std::vector<Change>& Changes()
              QStringLiteral("UC___X delete")},
             {"set_user_view_subkey", NoPreparation,
              [](OpenCfgXml& cfg) { cfg.SetUserViewSubkey(QStringLiteral("Cleo")); },
-             [](const QDomElement& saved, const QDomElement&) { return ChildrenAt(saved, "User/xyZ9Subkey1Zxy"); },
+             [](const QDomElement& saved, const QDomElement&) {
+                 return ChildrenAt(saved, "User/xyZ9Subkey1Zxy");
+             },
              QStringLiteral("Ann,Bob,Cleo")},
             {"set_additional_user_view_subkey", SelectAnn,
              [](OpenCfgXml& cfg) { cfg.SetAdditionalUserViewSubkey({QStringLiteral("P")}); },
              [](const QDomElement& saved, const QDomElement&) { return ChildrenAt(saved, ANN); },
              QStringLiteral("UC___X,UC___Y,P")},
             {"delete_user", NoPreparation, [](OpenCfgXml& cfg) { cfg.DeleteUser(QStringLiteral("Bob")); },
-             [](const QDomElement& saved, const QDomElement&) { return ChildrenAt(saved, "User/xyZ9Subkey1Zxy"); },
+             [](const QDomElement& saved, const QDomElement&) {
+                 return ChildrenAt(saved, "User/xyZ9Subkey1Zxy");
+             },
              QStringLiteral("Ann")},
             {"write_in_a_new_user_partition",
              [](OpenCfgXml& cfg) { cfg.SetUserViewSubkey(QStringLiteral("Cleo")); },
-             [](OpenCfgXml& cfg) { cfg.SetString(QStringLiteral("U"), QStringLiteral("c"), ICfg::VIEW_User); },
+             [](OpenCfgXml& cfg) {
+                 cfg.SetString(QStringLiteral("U"), QStringLiteral("c"), ICfg::VIEW_User);
+             },
              [](const QDomElement& saved, const QDomElement&) {
                  return TextAt(saved, "User/xyZ9Subkey1Zxy/Cleo/App/U");
              },
@@ -424,8 +443,8 @@ private slots:
         ReadEverything(cfg.get());
         cfg->SaveDocument();
         QStringList names;
-        for (const QString& name : {QStringLiteral("Cfg.xml"), QStringLiteral("Cfg.usr.xml"),
-                                    QStringLiteral("Cfg.exp.xml")}) {
+        for (const QString& name :
+             {QStringLiteral("Cfg.xml"), QStringLiteral("Cfg.usr.xml"), QStringLiteral("Cfg.exp.xml")}) {
             names.append(Path(name));
             names.append(Path(name + QStringLiteral(".bak")));
         }
@@ -457,7 +476,8 @@ private slots:
                         "type=\"string\" ts=\"1\">" +
                         QByteArray::number(i) + "</V" + QByteArray::number(i) + ">";
         const QByteArray content = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Cfg version=\"2.2\">"
-                                   "<System/><Domain/><Machine><App b=\"1\" a=\"2\" c=\"3\">" + elements +
+                                   "<System/><Domain/><Machine><App b=\"1\" a=\"2\" c=\"3\">" +
+                                   elements +
                                    "</App></Machine><Export/><User><App b=\"1\" a=\"2\" c=\"3\" d=\"4\">" +
                                    elements + "</App></User></Cfg>\n";
         QStringList saved;
@@ -473,8 +493,9 @@ private slots:
             QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
             environment.remove(QStringLiteral("QT_HASH_SEED"));
             helper.setProcessEnvironment(environment);
-            helper.start(QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("cfgxmlsavehelper")),
-                         {fileName});
+            helper.start(
+                QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("cfgxmlsavehelper")),
+                {fileName});
             QVERIFY2(helper.waitForFinished(30000), qPrintable(helper.errorString()));
             QCOMPARE(helper.readAllStandardError(), QByteArray());
             QCOMPARE(helper.exitCode(), 0);
@@ -498,7 +519,8 @@ private slots:
         const QByteArray content =
             "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Cfg version=\"2.2\"><System/><Domain/><Machine>"
             "<!-- <X b=\"1\" a=\"2\"> -->"
-            "<App z=\"1\" y=\"&lt;&gt;&quot;&amp;\" x=\"3\"><V c=\"1\" b=\"2\"><![CDATA[<Y b=\"1\" a=\"2\">]]></V>"
+            "<App z=\"1\" y=\"&lt;&gt;&quot;&amp;\" x=\"3\"><V c=\"1\" b=\"2\"><![CDATA[<Y b=\"1\" "
+            "a=\"2\">]]></V>"
             "<?pi b=\"1\" a=\"2\"?><Empty q=\"1\" p=\"2\"/></App></Machine></Cfg>\n";
         QFile file(Path(QStringLiteral("Cfg.xml")));
         QVERIFY(file.open(QIODevice::WriteOnly));
@@ -559,7 +581,8 @@ private:
         QVERIFY(!none);
         std::unique_ptr<ICfg> missing(cfg->CreateSubCfg(QStringLiteral("None")));
         QVERIFY(!missing);
-        QCOMPARE(cfg->GetUserConfigurations(), (std::list<QString>{QStringLiteral("X"), QStringLiteral("Y")}));
+        QCOMPARE(cfg->GetUserConfigurations(),
+                 (std::list<QString>{QStringLiteral("X"), QStringLiteral("Y")}));
         QCOMPARE(cfg->GetUsers(), (std::list<QString>{QStringLiteral("Ann"), QStringLiteral("Bob")}));
         QCOMPARE(cfg->GetActiveUserConfiguraton(), QStringLiteral("X"));
         QCOMPARE(cfg->UsingUserConfiguration(), true);

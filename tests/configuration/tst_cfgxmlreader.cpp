@@ -80,8 +80,7 @@ private slots:
         QTest::newRow("duplicate attribute: the last one") << QByteArray("<Cfg a='1' a='2'/>");
         QTest::newRow("greater-than in text and values") << QByteArray("<Cfg a='>'>a>b</Cfg>");
         QTest::newRow("quote of the other kind in a value") << QByteArray("<Cfg a='\"' b=\"'\"/>");
-        QTest::newRow("spaces around equals and before the end")
-            << QByteArray("<Cfg a = \"1\"  ></Cfg  >");
+        QTest::newRow("spaces around equals and before the end") << QByteArray("<Cfg a = \"1\"  ></Cfg  >");
         QTest::newRow("character outside the BMP") << QByteArray("<Cfg>\xf0\x9f\x98\x80</Cfg>");
         QTest::newRow("no-break space beside text") << QByteArray("<Cfg>a\xc2\xa0</Cfg>");
         QTest::newRow("names with digits, dots, dashes") << QByteArray("<_a.b-1><x-y.z_2/></_a.b-1>");
@@ -118,9 +117,11 @@ private slots:
         QTest::newRow("byte order mark in text") << QByteArray("<Cfg>\xef\xbb\xbfx</Cfg>");
         QTest::newRow("invalid UTF-8") << QByteArray("<Cfg>\xc3</Cfg>");
         QTest::newRow("encoded surrogate") << QByteArray("<Cfg>\xed\xa0\x80</Cfg>");
-        QTest::newRow("other encoding") << QByteArray("<?xml version=\"1.0\" encoding=\"iso-8859-1\"?><Cfg/>");
+        QTest::newRow("other encoding")
+            << QByteArray("<?xml version=\"1.0\" encoding=\"iso-8859-1\"?><Cfg/>");
         QTest::newRow("standalone") << QByteArray("<?xml version=\"1.0\" standalone=\"yes\"?><Cfg/>");
-        QTest::newRow("document type with a subset") << QByteArray("<!DOCTYPE cfg [<!ELEMENT Cfg ANY>]><Cfg/>");
+        QTest::newRow("document type with a subset")
+            << QByteArray("<!DOCTYPE cfg [<!ELEMENT Cfg ANY>]><Cfg/>");
         QTest::newRow("comment before the root") << QByteArray("<!--c--><Cfg/>");
         QTest::newRow("comment with a double dash") << QByteArray("<Cfg><!-- a -- b --></Cfg>");
         QTest::newRow("namespace prefix") << QByteArray("<a:Cfg/>");

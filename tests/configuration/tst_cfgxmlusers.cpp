@@ -35,17 +35,18 @@ public:
     int reloads = 0;
 };
 
-const QByteArray START = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
-                         "<Cfg version=\"2.2\"><System/><Domain/><Machine/><Export/>"
-                         "<User><App><U>plain</U></App>"
-                         "<xyZ9Subkey1Zxy>"
-                         "<Ann nodeType=\"loginUser\" ActiveUser=\"UC___X\">"
-                         "<UC___X nodeType=\"addSubKey\" UserConfiguration=\"active\"><App><V>x</V></App></UC___X>"
-                         "<UC___Y nodeType=\"addSubKey\" UserConfiguration=\"active\"><App><V>y</V></App></UC___Y>"
-                         "</Ann>"
-                         "<Bob nodeType=\"loginUser\"><Extra><App><V>e</V></App></Extra></Bob>"
-                         "</xyZ9Subkey1Zxy>"
-                         "</User></Cfg>\n";
+const QByteArray START =
+    "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+    "<Cfg version=\"2.2\"><System/><Domain/><Machine/><Export/>"
+    "<User><App><U>plain</U></App>"
+    "<xyZ9Subkey1Zxy>"
+    "<Ann nodeType=\"loginUser\" ActiveUser=\"UC___X\">"
+    "<UC___X nodeType=\"addSubKey\" UserConfiguration=\"active\"><App><V>x</V></App></UC___X>"
+    "<UC___Y nodeType=\"addSubKey\" UserConfiguration=\"active\"><App><V>y</V></App></UC___Y>"
+    "</Ann>"
+    "<Bob nodeType=\"loginUser\"><Extra><App><V>e</V></App></Extra></Bob>"
+    "</xyZ9Subkey1Zxy>"
+    "</User></Cfg>\n";
 
 const QString CONTAINER = QStringLiteral("User/xyZ9Subkey1Zxy");
 
@@ -140,7 +141,8 @@ private slots:
         QCOMPARE(m_cfg->UsingUserConfiguration(), false);
         QVERIFY(m_cfg->GetAdditionalUserViewSubkey().empty());
         m_cfg->SaveDocument();
-        QCOMPARE(At(Saved(), CONTAINER + QStringLiteral("/Cleo.Smith/App/U")).text(), QStringLiteral("plain"));
+        QCOMPARE(At(Saved(), CONTAINER + QStringLiteral("/Cleo.Smith/App/U")).text(),
+                 QStringLiteral("plain"));
     }
 
     void setUserViewSubkeyReactivatesTheUsersLastConfiguration()
@@ -162,7 +164,8 @@ private slots:
         CompareKVException(
             CaughtKVException([&] { m_cfg->SetUserViewSubkey(QStringLiteral("Ann")); }),
             QStringLiteral("CfgCenter::GetAppCfg() called, before calling CfgCenter::CfgCenter()"),
-            QStringLiteral("configuration/cfgcenter"), QStringLiteral("CfgCenter"), QStringLiteral("GetAppCfg"));
+            QStringLiteral("configuration/cfgcenter"), QStringLiteral("CfgCenter"),
+            QStringLiteral("GetAppCfg"));
     }
 
     void setAdditionalUserViewSubkeyBringsThePartitionsInLine()
@@ -208,10 +211,12 @@ private slots:
                  QStringLiteral("UC___X[addSubKey],UC___Y[addSubKey],UC___A[addSubKey],UC___B[addSubKey]"));
         QCOMPARE(At(saved, CONTAINER + QStringLiteral("/Ann")).attribute(QStringLiteral("ActiveUser")),
                  QStringLiteral("UC___B"));
-        QCOMPARE(At(saved, CONTAINER + QStringLiteral("/Ann/UC___B")).attribute(QStringLiteral("UserConfiguration")),
+        QCOMPARE(At(saved, CONTAINER + QStringLiteral("/Ann/UC___B"))
+                     .attribute(QStringLiteral("UserConfiguration")),
                  QStringLiteral("active"));
-        QCOMPARE(m_cfg->GetUserConfigurations(), (std::list<QString>{QStringLiteral("X"), QStringLiteral("Y"),
-                                                                     QStringLiteral("A"), QStringLiteral("B")}));
+        QCOMPARE(m_cfg->GetUserConfigurations(),
+                 (std::list<QString>{QStringLiteral("X"), QStringLiteral("Y"), QStringLiteral("A"),
+                                     QStringLiteral("B")}));
     }
 
     void loadConfigurationNameSwitchesAndReloads()
@@ -246,7 +251,8 @@ private slots:
         m_cfg->RenameConfigurationName(QStringLiteral("X"), QStringLiteral("W"));
         QCOMPARE(m_cfg->GetAdditionalUserViewSubkey(), std::list<QString>{QStringLiteral("UC___W")});
         QCOMPARE(m_cfg->GetString(QStringLiteral("V"), QString()), QStringLiteral("x"));
-        QCOMPARE(m_cfg->GetUserConfigurations(), (std::list<QString>{QStringLiteral("W"), QStringLiteral("Q")}));
+        QCOMPARE(m_cfg->GetUserConfigurations(),
+                 (std::list<QString>{QStringLiteral("W"), QStringLiteral("Q")}));
     }
 
     // The configuration is saved marked "delete" for the listeners, then
@@ -256,13 +262,15 @@ private slots:
         m_cfg->SetUserViewSubkey(QStringLiteral("Ann"));
         m_cfg->DeleteConfigurationName(QStringLiteral("X"));
         QCOMPARE(m_component.saves, 1);
-        QCOMPARE(At(Saved(), CONTAINER + QStringLiteral("/Ann/UC___X")).attribute(QStringLiteral("UserConfiguration")),
+        QCOMPARE(At(Saved(), CONTAINER + QStringLiteral("/Ann/UC___X"))
+                     .attribute(QStringLiteral("UserConfiguration")),
                  QStringLiteral("delete"));
         QCOMPARE(m_cfg->GetUserConfigurations(), std::list<QString>{QStringLiteral("Y")});
         QCOMPARE(m_cfg->UsingUserConfiguration(), true);
         QCOMPARE(m_cfg->GetAdditionalUserViewSubkey(), std::list<QString>{QStringLiteral("UC___X")});
         m_cfg->SaveDocument();
-        QCOMPARE(ChildrenAt(Saved(), CONTAINER + QStringLiteral("/Ann")), QStringLiteral("UC___Y[addSubKey]"));
+        QCOMPARE(ChildrenAt(Saved(), CONTAINER + QStringLiteral("/Ann")),
+                 QStringLiteral("UC___Y[addSubKey]"));
     }
 
     void deleteConfigurationNameOfAnUnknownNameSavesNothing()
@@ -270,24 +278,29 @@ private slots:
         m_cfg->SetUserViewSubkey(QStringLiteral("Ann"));
         m_cfg->DeleteConfigurationName(QStringLiteral("Nope"));
         QCOMPARE(m_component.saves, 0);
-        QCOMPARE(m_cfg->GetUserConfigurations(), (std::list<QString>{QStringLiteral("X"), QStringLiteral("Y")}));
+        QCOMPARE(m_cfg->GetUserConfigurations(),
+                 (std::list<QString>{QStringLiteral("X"), QStringLiteral("Y")}));
     }
 
     void configurationNamesThatCannotBeElementsAreRefused()
     {
         m_cfg->SetUserViewSubkey(QStringLiteral("Ann"));
-        CompareKVException(CaughtKVException([&] { m_cfg->SaveConfigurationName(QStringLiteral("my settings")); }),
-                           QStringLiteral("The configuration \"my settings\" was not stored: \"UC___my settings\" "
-                                          "cannot be an XML element name."),
-                           QStringLiteral("configuration/cfgxml"), QStringLiteral("CfgXml"),
-                           QStringLiteral("SaveConfigurationName"));
         CompareKVException(
-            CaughtKVException([&] { m_cfg->RenameConfigurationName(QStringLiteral("Y"), QStringLiteral("a/b")); }),
-            QStringLiteral("The configuration \"a/b\" was not stored: \"UC___a/b\" cannot be an XML element name."),
+            CaughtKVException([&] { m_cfg->SaveConfigurationName(QStringLiteral("my settings")); }),
+            QStringLiteral("The configuration \"my settings\" was not stored: \"UC___my settings\" "
+                           "cannot be an XML element name."),
+            QStringLiteral("configuration/cfgxml"), QStringLiteral("CfgXml"),
+            QStringLiteral("SaveConfigurationName"));
+        CompareKVException(
+            CaughtKVException(
+                [&] { m_cfg->RenameConfigurationName(QStringLiteral("Y"), QStringLiteral("a/b")); }),
+            QStringLiteral(
+                "The configuration \"a/b\" was not stored: \"UC___a/b\" cannot be an XML element name."),
             QStringLiteral("configuration/cfgxml"), QStringLiteral("CfgXml"),
             QStringLiteral("RenameConfigurationName"));
         QCOMPARE(m_cfg->GetAdditionalUserViewSubkey(), std::list<QString>{QStringLiteral("UC___X")});
-        QCOMPARE(m_cfg->GetUserConfigurations(), (std::list<QString>{QStringLiteral("X"), QStringLiteral("Y")}));
+        QCOMPARE(m_cfg->GetUserConfigurations(),
+                 (std::list<QString>{QStringLiteral("X"), QStringLiteral("Y")}));
         QCOMPARE(m_component.saves, 0);
     }
 

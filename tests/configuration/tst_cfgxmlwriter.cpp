@@ -16,8 +16,8 @@ private slots:
     {
         QDomDocument document(
             QDomImplementation().createDocumentType(QStringLiteral("cfg"), QString(), QString()));
-        document.appendChild(document.createProcessingInstruction(QStringLiteral("xml"),
-                                                                  QStringLiteral("version=\"1.0\" encoding=\"utf-8\"")));
+        document.appendChild(document.createProcessingInstruction(
+            QStringLiteral("xml"), QStringLiteral("version=\"1.0\" encoding=\"utf-8\"")));
         QDomElement root = document.createElement(QStringLiteral("Cfg"));
         document.appendChild(root);
         root.setAttribute(QStringLiteral("version"), QStringLiteral("2.3"));
@@ -39,16 +39,17 @@ private slots:
         special.appendChild(document.createCDATASection(QStringLiteral("raw <text>")));
         root.appendChild(document.createElement(QStringLiteral("Empty")));
 
-        const QByteArray expected = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
-                                    "<!DOCTYPE cfg>\n"
-                                    "<Cfg a-b=\"2\" a=\"1\" version=\"2.3\">\n"
-                                    "    <Value ts=\"17\" type=\"string\">a&lt;b>&amp;\"c\"&#xd;\n]]&gt;</Value>\n"
-                                    "    <Mixed>x<Inner/>\n"
-                                    "    </Mixed>\n"
-                                    "    <!-- ends in a dash- -->\n"
-                                    "    <Special v=\"&lt;&amp;&quot;'&#xa;&#xd;&#x9;]]&gt;\"><![CDATA[raw <text>]]></Special>\n"
-                                    "    <Empty/>\n"
-                                    "</Cfg>\n";
+        const QByteArray expected =
+            "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+            "<!DOCTYPE cfg>\n"
+            "<Cfg a-b=\"2\" a=\"1\" version=\"2.3\">\n"
+            "    <Value ts=\"17\" type=\"string\">a&lt;b>&amp;\"c\"&#xd;\n]]&gt;</Value>\n"
+            "    <Mixed>x<Inner/>\n"
+            "    </Mixed>\n"
+            "    <!-- ends in a dash- -->\n"
+            "    <Special v=\"&lt;&amp;&quot;'&#xa;&#xd;&#x9;]]&gt;\"><![CDATA[raw <text>]]></Special>\n"
+            "    <Empty/>\n"
+            "</Cfg>\n";
         QCOMPARE(CfgXmlWriter::Serialise(document, 4), expected);
     }
 

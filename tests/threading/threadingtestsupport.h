@@ -21,15 +21,17 @@ namespace ThreadingTest {
 /// The beginning of both warnings, for the tests that compare them whole.
 inline QString NotExecutedWarning(const QString& callerInformation)
 {
-    return QStringLiteral("Warning: RunInMainThreadEvent_Impl::execute(): Event is not executed because either it "
-                          "is not allowed to do it or the object, whose method should be called, has been deleted (")
-           + callerInformation + QLatin1Char(')');
+    return QStringLiteral(
+               "Warning: RunInMainThreadEvent_Impl::execute(): Event is not executed because either it "
+               "is not allowed to do it or the object, whose method should be called, has been deleted (") +
+           callerInformation + QLatin1Char(')');
 }
 
 inline QString TimeoutWarning(const QString& callerInformation)
 {
-    return QStringLiteral("Warning: ExecutionStateManager::waitForExecution(): Wait for execution timed out! (")
-           + callerInformation + QLatin1Char(')');
+    return QStringLiteral(
+               "Warning: ExecutionStateManager::waitForExecution(): Wait for execution timed out! (") +
+           callerInformation + QLatin1Char(')');
 }
 
 /// Records the traces written while it lives, with warning traces (0x40) on.
@@ -82,7 +84,12 @@ public:
     }
     void Call5(int a, const QString& b, double c, char d, const QStringList& e)
     {
-        Record(QStringLiteral("%1 %2 %3 %4 %5").arg(a).arg(b).arg(c).arg(QLatin1Char(d)).arg(e.join(QLatin1Char('+'))));
+        Record(QStringLiteral("%1 %2 %3 %4 %5")
+                   .arg(a)
+                   .arg(b)
+                   .arg(c)
+                   .arg(QLatin1Char(d))
+                   .arg(e.join(QLatin1Char('+'))));
     }
 
     int calls() const { return m_calls.load(); }

@@ -177,7 +177,8 @@ private slots:
         QCOMPARE(target.calls(), 0);
         QCOMPARE(traces.Texts().size(), 3);
         for (const QString& text : traces.Texts())
-            QVERIFY2(text.startsWith(NotExecutedWarning(QStringLiteral("file: %1, line: ").arg(__FILE__)).chopped(1)),
+            QVERIFY2(text.startsWith(
+                         NotExecutedWarning(QStringLiteral("file: %1, line: ").arg(__FILE__)).chopped(1)),
                      qPrintable(text));
 
         // What Qt holds is still dispatched once.

@@ -76,7 +76,8 @@ private slots:
         QCOMPARE(target.calls(), executeOnDeletion ? 1 : 0);
         QCOMPARE(state->GetState(),
                  executeOnDeletion ? ExecutionStateManager::Executed : ExecutionStateManager::NotExecuted);
-        QCOMPARE(traces.Texts(), executeOnDeletion ? QStringList() : QStringList{NotExecutedWarning(QString())});
+        QCOMPARE(traces.Texts(),
+                 executeOnDeletion ? QStringList() : QStringList{NotExecutedWarning(QString())});
     }
 };
 

@@ -76,8 +76,9 @@ private slots:
         QCOMPARE(manager.GetState(), ExecutionStateManager::Pending);
         QCOMPARE(traces.Texts(), QStringList{TimeoutWarning(QStringLiteral("file: caller.cpp, line: 12"))});
         QCOMPARE(traces.Texts().first(),
-                 QStringLiteral("Warning: ExecutionStateManager::waitForExecution(): Wait for execution timed out! "
-                                "(file: caller.cpp, line: 12)"));
+                 QStringLiteral(
+                     "Warning: ExecutionStateManager::waitForExecution(): Wait for execution timed out! "
+                     "(file: caller.cpp, line: 12)"));
         QCOMPARE(traces.Sources(), QStringList{QStringLiteral("threading/executionstatemanager")});
     }
 

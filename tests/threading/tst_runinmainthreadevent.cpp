@@ -101,13 +101,13 @@ private slots:
             nullptr, &target, &Target::Call3, 1, QStringLiteral("b"), 2.5);
         e3.processEvent(true);
         QCOMPARE(target.last(), QStringLiteral("1 b 2.5"));
-        RunInMainThreadEvent4<Target, void (Target::*)(int, const QString&, double, char), int, QString, double,
-                              char>
+        RunInMainThreadEvent4<Target, void (Target::*)(int, const QString&, double, char), int, QString,
+                              double, char>
             e4(nullptr, &target, &Target::Call4, 1, QStringLiteral("b"), 2.5, 'd');
         e4.processEvent(true);
         QCOMPARE(target.last(), QStringLiteral("1 b 2.5 d"));
-        RunInMainThreadEvent5<Target, void (Target::*)(int, const QString&, double, char, const QStringList&), int,
-                              QString, double, char, QStringList>
+        RunInMainThreadEvent5<Target, void (Target::*)(int, const QString&, double, char, const QStringList&),
+                              int, QString, double, char, QStringList>
             e5(nullptr, &target, &Target::Call5, 1, QStringLiteral("b"), 2.5, 'd', QStringList{"e", "f"});
         e5.processEvent(true);
         QCOMPARE(target.last(), QStringLiteral("1 b 2.5 d e+f"));
@@ -124,11 +124,13 @@ private slots:
         QCOMPARE(event->IsObjectValid(), false);
         event->processEvent(true);
         QCOMPARE(event->GetExecutionStateManager()->GetState(), ExecutionStateManager::NotExecuted);
-        QCOMPARE(traces.Texts(), QStringList{NotExecutedWarning(QStringLiteral("file: caller.cpp, line: 5"))});
+        QCOMPARE(traces.Texts(),
+                 QStringList{NotExecutedWarning(QStringLiteral("file: caller.cpp, line: 5"))});
         QCOMPARE(traces.Texts().first(),
-                 QStringLiteral("Warning: RunInMainThreadEvent_Impl::execute(): Event is not executed because either "
-                                "it is not allowed to do it or the object, whose method should be called, has been "
-                                "deleted (file: caller.cpp, line: 5)"));
+                 QStringLiteral(
+                     "Warning: RunInMainThreadEvent_Impl::execute(): Event is not executed because either "
+                     "it is not allowed to do it or the object, whose method should be called, has been "
+                     "deleted (file: caller.cpp, line: 5)"));
         QCOMPARE(traces.Sources(), QStringList{QStringLiteral("threading/runinmainthreadevent")});
     }
 

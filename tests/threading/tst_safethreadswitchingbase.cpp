@@ -77,10 +77,11 @@ private slots:
         CountingListener listener;
         auto object = std::make_unique<Tracked>();
         // Kept as a number: the address is only compared, never used.
-        volatile quintptr address = reinterpret_cast<quintptr>(static_cast<SafeThreadSwitchingBase*>(object.get()));
+        volatile quintptr address =
+            reinterpret_cast<quintptr>(static_cast<SafeThreadSwitchingBase*>(object.get()));
         object.reset();
-        QCOMPARE(SafeThreadSwitchingBase::addListenerIfValid(reinterpret_cast<SafeThreadSwitchingBase*>(address),
-                                                             &listener),
+        QCOMPARE(SafeThreadSwitchingBase::addListenerIfValid(
+                     reinterpret_cast<SafeThreadSwitchingBase*>(address), &listener),
                  false);
         QCOMPARE(listener.count(), 0);
     }
@@ -88,7 +89,8 @@ private slots:
     void destructionNotifiesListenersInOrderOfAddition()
     {
         QStringList log;
-        CountingListener a(QStringLiteral("A"), &log), b(QStringLiteral("B"), &log), c(QStringLiteral("C"), &log);
+        CountingListener a(QStringLiteral("A"), &log), b(QStringLiteral("B"), &log),
+            c(QStringLiteral("C"), &log);
         {
             Tracked object;
             QVERIFY(SafeThreadSwitchingBase::addListenerIfValid(&object, &b));
@@ -152,8 +154,9 @@ private slots:
         Tracked* object = new Tracked;
         CountingListener late;
         bool lateAdded = true;
-        CountingListener listener(QString(), nullptr,
-                                  [&] { lateAdded = SafeThreadSwitchingBase::addListenerIfValid(object, &late); });
+        CountingListener listener(QString(), nullptr, [&] {
+            lateAdded = SafeThreadSwitchingBase::addListenerIfValid(object, &late);
+        });
         QVERIFY(SafeThreadSwitchingBase::addListenerIfValid(object, &listener));
         delete object;
         QCOMPARE(lateAdded, false);

@@ -40,7 +40,8 @@ private slots:
 
     void createdHandlerCarriesItsArguments()
     {
-        auto handler = ThreadSwitchingAdministration::CreateThreadSwitchingHandler(true, false, "/src/a.cpp", 8);
+        auto handler =
+            ThreadSwitchingAdministration::CreateThreadSwitchingHandler(true, false, "/src/a.cpp", 8);
         QVERIFY(handler);
         QCOMPARE(handler->IsForcePosting(), true);
         QCOMPARE(handler->IsWaitForExecution(), false);

@@ -41,8 +41,9 @@ private slots:
 
     void callerInformationNamesFileAndLine()
     {
-        QCOMPARE(ThreadSwitchingHandler(false, true, "/home/dev/src/app/worker.cpp", 117).GetCallerInformation(),
-                 QStringLiteral("file: /home/dev/src/app/worker.cpp, line: 117"));
+        QCOMPARE(
+            ThreadSwitchingHandler(false, true, "/home/dev/src/app/worker.cpp", 117).GetCallerInformation(),
+            QStringLiteral("file: /home/dev/src/app/worker.cpp, line: 117"));
         QCOMPARE(ThreadSwitchingHandler(false, true, nullptr, 0).GetCallerInformation(),
                  QStringLiteral("file: , line: 0"));
     }
@@ -51,7 +52,8 @@ private slots:
     {
         const unsigned int line = __LINE__ + 1;
         auto handler = ZENT_THREAD_SWITCHING_HANDLER(true, false);
-        QCOMPARE(handler->GetCallerInformation(), QStringLiteral("file: %1, line: %2").arg(__FILE__).arg(line));
+        QCOMPARE(handler->GetCallerInformation(),
+                 QStringLiteral("file: %1, line: %2").arg(__FILE__).arg(line));
         QCOMPARE(handler->IsForcePosting(), true);
         QCOMPARE(handler->IsWaitForExecution(), false);
     }
@@ -111,7 +113,8 @@ private slots:
         QCOMPARE(target.last(), QStringLiteral("1 b 2.5"));
         handler->RunInMainThread(&target, &Target::Call4, 1, QStringLiteral("b"), 2.5, 'd');
         QCOMPARE(target.last(), QStringLiteral("1 b 2.5 d"));
-        handler->RunInMainThread(&target, &Target::Call5, 1, QStringLiteral("b"), 2.5, 'd', QStringList{"e", "f"});
+        handler->RunInMainThread(&target, &Target::Call5, 1, QStringLiteral("b"), 2.5, 'd',
+                                 QStringList{"e", "f"});
         QCOMPARE(target.last(), QStringLiteral("1 b 2.5 d e+f"));
         QCOMPARE(target.calls(), 6);
     }
@@ -151,7 +154,8 @@ private slots:
         Target target;
         std::atomic<int> callsSeenOnReturn{-1};
         QVERIFY(RunInWorker([&] {
-            ZENT_THREAD_SWITCHING_HANDLER(false, wait)->RunInMainThread(&target, &Target::Call2, 3, QStringLiteral("x"));
+            ZENT_THREAD_SWITCHING_HANDLER(false, wait)
+                ->RunInMainThread(&target, &Target::Call2, 3, QStringLiteral("x"));
             callsSeenOnReturn.store(target.calls());
         }));
         QVERIFY(SpinUntil([&] { return target.calls() == 1; }));
@@ -211,8 +215,7 @@ private slots:
         target.reset();
         QCoreApplication::sendPostedEvents();
         QCOMPARE(traces.Texts().size(), 1);
-        QVERIFY(traces.Texts().first().startsWith(NotExecutedWarning(QStringLiteral("file: "))
-                                                      .chopped(1)));
+        QVERIFY(traces.Texts().first().startsWith(NotExecutedWarning(QStringLiteral("file: ")).chopped(1)));
     }
 
     // Last: the termination cannot be undone in this process.
@@ -223,7 +226,8 @@ private slots:
         TraceRecorder traces;
         Target target;
         ThreadSwitchingHandler handler(false, true, "worker.cpp", 9);
-        auto* event = new RunInMainThreadEvent0<Target, void (Target::*)()>(&handler, &target, &Target::Call0);
+        auto* event =
+            new RunInMainThreadEvent0<Target, void (Target::*)()>(&handler, &target, &Target::Call0);
         event->registerAtObject(&target);
         QElapsedTimer timer;
         timer.start();

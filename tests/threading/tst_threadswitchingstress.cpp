@@ -67,7 +67,8 @@ public:
     }
     void Call(int worker, int sequence)
     {
-        if (m_magic != ALIVE || !m_ledger->live.count(this) || QThread::currentThread() != QCoreApplication::instance()->thread())
+        if (m_magic != ALIVE || !m_ledger->live.count(this) ||
+            QThread::currentThread() != QCoreApplication::instance()->thread())
             ++m_ledger->onDeadObject;
         if (sequence <= m_ledger->lastSequence[worker])
             ++m_ledger->outOfOrder;
@@ -132,7 +133,8 @@ private slots:
                 for (int i = 0; i < perWorker; ++i) {
                     const bool blocking = i % 4 == 0;
                     StressTarget* target = targetSlots[random.bounded(SLOTS)].load();
-                    ZENT_THREAD_SWITCHING_HANDLER(false, blocking)->RunInMainThread(target, &StressTarget::Call, w, i);
+                    ZENT_THREAD_SWITCHING_HANDLER(false, blocking)
+                        ->RunInMainThread(target, &StressTarget::Call, w, i);
                     if (blocking)
                         ++blockingReturned;
                 }
