@@ -49,10 +49,12 @@ qint64 Advanced(qint64 old)
 CfgEtcd::CfgEtcd(std::shared_ptr<CfgEtcdDocument> document, const QString& key, View view)
     : Cfg(key, view), m_pDocument(std::move(document)), m_keyParts(SplitKey(key))
 {
-    connect(m_pDocument.get(), &CfgEtcdDocument::Changed, this, [this](int changedView, const QString& changedKey) {
-        if (m_keyParts.isEmpty() || changedKey == m_sKey || changedKey.startsWith(m_sKey + KEY_SEPARATOR))
-            emit CfgChanged(changedView, changedKey);
-    });
+    connect(m_pDocument.get(), &CfgEtcdDocument::Changed, this,
+            [this](int changedView, const QString& changedKey) {
+                if (m_keyParts.isEmpty() || changedKey == m_sKey ||
+                    changedKey.startsWith(m_sKey + KEY_SEPARATOR))
+                    emit CfgChanged(changedView, changedKey);
+            });
 }
 
 CfgEtcd::~CfgEtcd() = default;
@@ -341,11 +343,9 @@ bool CfgEtcd::HasAttribute(QString key, QString name, View view)
     return node && node->Child(name);
 }
 
-bool CfgEtcd::RemoveAttribute(QString name, View view)
+// Removes the element at `path` with everything below it; false when there is none.
+bool CfgEtcd::RemoveElement(View view, const QStringList& path)
 {
-    QMutexLocker centre(CfgCenter::GetMutex());
-    view = ResolveView(view);
-    const QStringList path = ValuePath(name);
     m_pDocument->EnsureLoaded(path);
     {
         std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
@@ -354,6 +354,14 @@ bool CfgEtcd::RemoveAttribute(QString name, View view)
     }
     Write({CfgEtcdDocument::Change{view, path, true, CfgEtcdRecord()}});
     return true;
+}
+
+bool CfgEtcd::RemoveAttribute(QString name, View view)
+{
+    QMutexLocker centre(CfgCenter::GetMutex());
+    view = ResolveView(view);
+    const QStringList path = ValuePath(name);
+    return RemoveElement(view, path);
 }
 
 bool CfgEtcd::RenameAttribute(QString oldName, QString newName, View view)
@@ -481,14 +489,7 @@ bool CfgEtcd::RemoveSubCfg(QString key, View view)
     // A view is not a sub-configuration of anything.
     if (path.isEmpty())
         return false;
-    m_pDocument->EnsureLoaded(path);
-    {
-        std::unique_lock<std::mutex> locker(m_pDocument->Mutex());
-        if (!Find(view, path))
-            return false;
-    }
-    Write({CfgEtcdDocument::Change{view, path, true, CfgEtcdRecord()}});
-    return true;
+    return RemoveElement(view, path);
 }
 
 bool CfgEtcd::MoveSubCfg(QString from, QString to, View view)
@@ -584,8 +585,8 @@ namespace {
 const QString PROTECTED = QStringLiteral("protected");
 const QString TYPE = QStringLiteral("type");
 const QString TS = QStringLiteral("ts");
-const ICfg::View EXCHANGED_VIEWS[] = {ICfg::VIEW_System, ICfg::VIEW_Domain, ICfg::VIEW_Machine, ICfg::VIEW_User,
-                                ICfg::VIEW_Export};
+const ICfg::View EXCHANGED_VIEWS[] = {ICfg::VIEW_System, ICfg::VIEW_Domain, ICfg::VIEW_Machine,
+                                      ICfg::VIEW_User, ICfg::VIEW_Export};
 
 QDomText FirstText(const QDomElement& element)
 {
@@ -643,8 +644,8 @@ QByteArray CfgEtcd::GetCfgAsStringFromApp(const QString& appKey)
 {
     QMutexLocker centre(CfgCenter::GetMutex());
     QDomDocument exchange;
-    exchange.appendChild(
-        exchange.createProcessingInstruction(QStringLiteral("xml"), QStringLiteral("version=\"1.0\" encoding=\"utf-8\"")));
+    exchange.appendChild(exchange.createProcessingInstruction(
+        QStringLiteral("xml"), QStringLiteral("version=\"1.0\" encoding=\"utf-8\"")));
     QDomElement root = exchange.createElement(QStringLiteral("Cfg"));
     root.setAttribute(QStringLiteral("version"), GetVersion());
     exchange.appendChild(root);
@@ -663,7 +664,8 @@ QByteArray CfgEtcd::GetCfgAsStringFromApp(const QString& appKey)
     return exchange.toByteArray(4);
 }
 
-void CfgEtcd::ImportElement(View view, const QStringList& path, const QDomElement& source, Changes* changes) const
+void CfgEtcd::ImportElement(View view, const QStringList& path, const QDomElement& source,
+                            Changes* changes) const
 {
     if (!XmlNames::IsElementName(path.last()))
         return;
@@ -672,10 +674,12 @@ void CfgEtcd::ImportElement(View view, const QStringList& path, const QDomElemen
         ImportElement(view, path + QStringList{child.tagName()}, child, changes);
 }
 
-void CfgEtcd::MergeElement(View view, const QStringList& path, const QDomElement& source, Changes* changes) const
+void CfgEtcd::MergeElement(View view, const QStringList& path, const QDomElement& source,
+                           Changes* changes) const
 {
     const CfgEtcdElement* target = Find(view, path);
-    for (QDomElement child = source.firstChildElement(); !child.isNull(); child = child.nextSiblingElement()) {
+    for (QDomElement child = source.firstChildElement(); !child.isNull();
+         child = child.nextSiblingElement()) {
         const QStringList childPath = path + QStringList{child.tagName()};
         const CfgEtcdElement* existing = target ? target->Child(child.tagName()) : nullptr;
         if (!existing) {
@@ -708,9 +712,10 @@ void CfgEtcd::MergeCfgFromStringAndApp(const QByteArray& bytes, const QString& a
     int line = 0;
     int column = 0;
     if (!incoming.setContent(bytes, &message, &line, &column))
-        throw KVException(QStringLiteral("The configuration of %1 could not be merged: %2 at line %3 in column %4.")
-                              .arg(appKey, message, QString::number(line), QString::number(column)),
-                          SOURCE_FILE, CLASS_NAME, QStringLiteral("MergeCfgFromStringAndApp"), __LINE__);
+        throw KVException(
+            QStringLiteral("The configuration of %1 could not be merged: %2 at line %3 in column %4.")
+                .arg(appKey, message, QString::number(line), QString::number(column)),
+            SOURCE_FILE, CLASS_NAME, QStringLiteral("MergeCfgFromStringAndApp"), __LINE__);
     if (appKey.isEmpty())
         return;
     m_pDocument->EnsureLoaded({appKey});
@@ -720,8 +725,9 @@ void CfgEtcd::MergeCfgFromStringAndApp(const QByteArray& bytes, const QString& a
         for (QDomElement viewElement = incoming.documentElement().firstChildElement(); !viewElement.isNull();
              viewElement = viewElement.nextSiblingElement()) {
             const QDomElement app = viewElement.firstChildElement(appKey);
-            const auto known = std::find_if(std::begin(EXCHANGED_VIEWS), std::end(EXCHANGED_VIEWS),
-                                            [&viewElement](View view) { return GetViewAsString(view) == viewElement.tagName(); });
+            const auto known = std::find_if(
+                std::begin(EXCHANGED_VIEWS), std::end(EXCHANGED_VIEWS),
+                [&viewElement](View view) { return GetViewAsString(view) == viewElement.tagName(); });
             if (app.isNull() || known == std::end(EXCHANGED_VIEWS))
                 continue;
             if (!Find(*known, {appKey}))

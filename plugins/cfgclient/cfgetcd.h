@@ -119,6 +119,7 @@ private:
                  Changes* changes) const;
     void WriteRecord(View view, const QStringList& path, const CfgEtcdRecord& record);
     void Write(const Changes& changes);
+    bool RemoveElement(View view, const QStringList& path);
     [[noreturn]] void NotAvailable(const char* operation, int line) const;
     void MergeElement(View view, const QStringList& path, const QDomElement& source, Changes* changes) const;
     void ImportElement(View view, const QStringList& path, const QDomElement& source, Changes* changes) const;
