@@ -14,7 +14,6 @@
 #include "kvbase/zentos.h"
 
 #include <QCoreApplication>
-#include <QDomDocument>
 #include <QFile>
 #include <QMutex>
 
@@ -353,23 +352,23 @@ void CfgCenter::RetrieveOfFile(QString& key, QString& type, bool throwOnError)
     const QByteArray bytes = CfgXmlFile::ReadFile(fileName, &problem);
     if (!QFile::exists(fileName) || problem == QLatin1String("cannot be read"))
         return fail(QStringLiteral("File cfgarg.xml not found."), __LINE__);
-    QDomDocument document;
+    CfgXmlTree document;
     // Too large, not a regular file, too deep or too many elements: not well formed either.
     if (!problem.isEmpty() || !CfgXmlFile::Parse(document, bytes, nullptr, nullptr, nullptr)) {
         return fail(QStringLiteral("Not able to set document cfgarg. Maybe it is not well formed."),
                     __LINE__);
     }
-    const QDomNode first = document.documentElement().firstChild();
-    if (first.isNull())
+    const CfgXmlTree::Node root = document.DocumentElement();
+    const CfgXmlTree::Node first = root == CfgXmlTree::NONE ? CfgXmlTree::NONE : document.FirstChild(root);
+    if (first == CfgXmlTree::NONE)
         return fail(QStringLiteral("No node found in the document cfgarg."), __LINE__);
     // "in no element" and "in not cfgarg" are the messages as users know them, deliberately.
-    if (!first.isElement())
+    if (!document.IsElement(first))
         return fail(QStringLiteral("First node in the document cfgarg in no element."), __LINE__);
-    const QDomElement element = first.toElement();
-    if (element.tagName() != QLatin1String("cfgarg"))
+    if (document.NodeName(first) != QLatin1String("cfgarg"))
         return fail(QStringLiteral("The first element in the document cfgarg in not cfgarg."), __LINE__);
-    type = element.attribute(QStringLiteral("type"));
-    key = element.attribute(QStringLiteral("key"));
+    type = document.Attribute(first, document.FindName(QStringLiteral("type")));
+    key = document.Attribute(first, document.FindName(QStringLiteral("key")));
 }
 
 void CfgCenter::ConfigureLogger()
@@ -605,7 +604,7 @@ void CfgCenter::CopyFrom(const char* fileName, const char* fileKey, const char* 
     const QByteArray bytes = CfgXmlFile::ReadFile(file, &error);
     if (!QFile::exists(file))
         error = QStringLiteral("No such file or directory");
-    QDomDocument document;
+    CfgXmlTree document;
     const bool parsed = error.isEmpty() && CfgXmlFile::Parse(document, bytes, &error, &line, &column);
     if (!parsed) {
         _Q_Trace(QStringLiteral("Parse error in file %1: %2 at line %3 in column %4. ")

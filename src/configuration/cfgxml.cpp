@@ -2,6 +2,7 @@
 
 #include "configuration/cfgcenter.h"
 #include "configuration/cfgxml_p.h"
+#include "configuration/cfgxmltree_p.h"
 #include "configuration/cfgxmlreader_p.h"
 #include "configuration/cfgxmlwriter_p.h"
 #include "configuration/xmlnames_p.h"
@@ -48,6 +49,9 @@ std::list<QString> CfgXml::s_addtionalSubkeys;
 QString CfgXml::s_sLastConfiguration;
 
 namespace {
+
+using Node = CfgXmlTree::Node;
+constexpr Node NONE = CfgXmlTree::NONE;
 
 const QString SOURCE_FILE = QStringLiteral("configuration/cfgxml");
 const QString CLASS_NAME = QStringLiteral("CfgXml");
@@ -106,19 +110,10 @@ void CheckValueName(const QString& name, const QString& operation)
         throw KVException(refusal, SOURCE_FILE, CLASS_NAME, operation, __LINE__);
 }
 
-QDomText FirstTextChild(const QDomNode& node)
-{
-    for (QDomNode child = node.firstChild(); !child.isNull(); child = child.nextSibling()) {
-        if (child.isText())
-            return child.toText();
-    }
-    return QDomText();
-}
-
 // A value has text as its first child, or no text but a "protected" flag (an empty value).
-bool IsValue(const QDomElement& element)
+bool IsValue(const CfgXmlTree& tree, Node element)
 {
-    return element.firstChild().isText() || element.hasAttribute(CfgXml::PROTECTED);
+    return tree.IsText(tree.FirstChild(element)) || tree.HasAttribute(element, tree.FindName(CfgXml::PROTECTED));
 }
 
 QString TypeFromText(const QString& text)
@@ -148,6 +143,32 @@ qint32 Now()
     return static_cast<qint32>(ZentOS::Get().GetTime());
 }
 
+// A time stamp as QString::toLongLong reads it, 0 when it is none; plain
+// digits are read without making a string.
+qint64 StampValue(QStringView text)
+{
+    bool plain = !text.isEmpty() && text.size() <= 18;
+    qint64 value = 0;
+    for (int i = 0; plain && i < int(text.size()); ++i) {
+        const char16_t c = text.at(i).unicode();
+        plain = c >= u'0' && c <= u'9';
+        value = value * 10 + (c - u'0');
+    }
+    if (plain)
+        return value;
+    bool ok = false;
+    value = text.toString().toLongLong(&ok);
+    return ok ? value : 0;
+}
+
+// The next time stamp: now, or one past the old one when the clock is behind it.
+qint64 AdvancedStamp(QStringView old, qint32 now)
+{
+    const qint64 previous = StampValue(old);
+    return now > previous ? qint64(now) : previous + 1;
+}
+
+// Time stamps of elements of Qt DOM documents, for the public helper.
 void StampElement(QDomElement element, int mode, qint32 now)
 {
     switch (mode) {
@@ -158,14 +179,47 @@ void StampElement(QDomElement element, int mode, qint32 now)
     case CfgXml::TS_Remove:
         element.removeAttribute(CfgXml::TIME_STAMP_KEY);
         break;
-    case CfgXml::TS_Advance: {
-        bool ok = false;
-        qint64 old = element.attribute(CfgXml::TIME_STAMP_KEY).toLongLong(&ok);
-        if (!ok)
-            old = 0;
-        element.setAttribute(CfgXml::TIME_STAMP_KEY, QString::number(now > old ? qint64(now) : old + 1));
+    case CfgXml::TS_Advance:
+        element.setAttribute(CfgXml::TIME_STAMP_KEY,
+                             QString::number(AdvancedStamp(element.attribute(CfgXml::TIME_STAMP_KEY), now)));
+        break;
+    default:
         break;
     }
+}
+
+// The digits of `value` at the end of `buffer`; a stamp is written on every
+// change, so it does not allocate.
+QStringView FormatStamp(qint64 value, QChar (&buffer)[24])
+{
+    int at = 24;
+    const bool negative = value < 0;
+    quint64 rest = negative ? 0 - quint64(value) : quint64(value);
+    do {
+        buffer[--at] = QLatin1Char(char('0' + rest % 10));
+        rest /= 10;
+    } while (rest != 0);
+    if (negative)
+        buffer[--at] = QLatin1Char('-');
+    return QStringView(buffer + at, 24 - at);
+}
+
+// The same for elements of our own documents.
+void StampElement(CfgXmlTree& tree, Node element, int mode, qint32 now)
+{
+    const CfgXmlTree::Name stamp = tree.Intern(CfgXml::TIME_STAMP_KEY);
+    QChar buffer[24];
+    switch (mode) {
+    case CfgXml::TS_IfMissing:
+        if (!tree.HasAttribute(element, stamp))
+            tree.SetAttribute(element, stamp, FormatStamp(now, buffer));
+        break;
+    case CfgXml::TS_Remove:
+        tree.RemoveAttribute(element, stamp);
+        break;
+    case CfgXml::TS_Advance:
+        tree.SetAttribute(element, stamp, FormatStamp(AdvancedStamp(tree.AttributeView(element, stamp), now), buffer));
+        break;
     default:
         break;
     }
@@ -186,6 +240,18 @@ template <typename Visit> void ForEachElement(const QDomElement& top, Visit visi
     }
 }
 
+template <typename Visit> void ForEachElement(const CfgXmlTree& tree, Node top, Visit visit)
+{
+    Node element = top;
+    while (element != NONE) {
+        visit(element);
+        Node next = tree.FirstChildElement(element);
+        for (Node up = element; next == NONE && up != top; up = tree.Parent(up))
+            next = tree.NextSiblingElement(up);
+        element = next;
+    }
+}
+
 struct ParseResult
 {
     bool ok = false;
@@ -194,7 +260,7 @@ struct ParseResult
     int column = 0;
 };
 
-ParseResult Parse(QDomDocument& document, const QByteArray& bytes)
+ParseResult Parse(CfgXmlTree& document, const QByteArray& bytes)
 {
     ParseResult result;
     result.ok = CfgXmlFile::Parse(document, bytes, &result.message, &result.line, &result.column);
@@ -216,26 +282,38 @@ const QString PARSED_DECLARATION = QStringLiteral("version='1.0' encoding='utf-8
 // whatever a file declared when it was read: Qt writes the declaration back
 // between apostrophes, so a declared encoding containing one would make the
 // saved file unreadable.
-void UseStandardDeclaration(QDomDocument& document, DomLookup& model)
+void UseStandardDeclaration(CfgXmlTree& document, TreeModel& model)
 {
-    const QDomNode first = document.firstChild();
-    if (!first.isProcessingInstruction() || first.nodeName() != XML_DECLARATION_TARGET ||
-        first.nodeValue() == PARSED_DECLARATION || first.nodeValue() == NEW_DECLARATION)
+    const Node first = document.FirstChild(document.Document());
+    if (first == NONE || document.KindOf(first) != CfgXmlTree::ProcessingInstructionNode ||
+        document.NodeName(first) != XML_DECLARATION_TARGET || document.DataEquals(first, PARSED_DECLARATION) ||
+        document.DataEquals(first, NEW_DECLARATION))
         return;
-    model.Replace(document.createProcessingInstruction(XML_DECLARATION_TARGET, PARSED_DECLARATION), first);
+    model.SetText(first, PARSED_DECLARATION);
 }
 
-QByteArray Serialise(const QDomDocument& document)
+QByteArray Serialise(const CfgXmlTree& document)
 {
     return CfgXmlWriter::Serialise(document, CfgXml::XML_INDENT);
 }
 
-std::unique_ptr<QDomDocument> NewDocument()
+// A document made here: the declaration, the root element and the document
+// type "cfg" when asked for.
+std::unique_ptr<CfgXmlTree> NewDocument(bool withType)
 {
-    const QDomDocumentType type =
-        QDomImplementation().createDocumentType(QStringLiteral("cfg"), QString(), QString());
-    auto document = std::make_unique<QDomDocument>(type);
-    document->appendChild(document->createProcessingInstruction(XML_DECLARATION_TARGET, NEW_DECLARATION));
+    auto document = std::make_unique<CfgXmlTree>();
+    if (withType)
+        document->SetDocumentTypeText(QStringLiteral("<!DOCTYPE cfg>\n"));
+    document->Append(document->Document(),
+                     document->CreateProcessingInstruction(XML_DECLARATION_TARGET, NEW_DECLARATION));
+    return document;
+}
+
+// A template document of this file; they are all well formed.
+std::unique_ptr<CfgXmlTree> TemplateDocument(const char* bytes)
+{
+    auto document = std::make_unique<CfgXmlTree>();
+    Parse(*document, QByteArray(bytes));
     return document;
 }
 
@@ -281,10 +359,10 @@ QString CfgXml::GetTarget()
 
 QString CfgXml::GetVersion()
 {
-    const QDomDocument* document = Document();
+    const CfgXmlTree* document = Document();
     if (!document)
         return s_Version;
-    return document->documentElement().attribute(VERSION_TAG, DEFAULT_VERSION);
+    return document->Attribute(document->DocumentElement(), document->FindName(VERSION_TAG), DEFAULT_VERSION);
 }
 
 void CfgXml::SuppressSideFiles(bool suppress)
@@ -293,7 +371,7 @@ void CfgXml::SuppressSideFiles(bool suppress)
     m_bNoSideFiles = suppress;
 }
 
-QDomDocument* CfgXml::Document() const
+CfgXmlTree* CfgXml::Document() const
 {
     return m_pData->document.get();
 }
@@ -301,6 +379,21 @@ QDomDocument* CfgXml::Document() const
 // ---------------------------------------------------------------- time stamps
 
 namespace {
+
+void ApplyStamp(CfgXmlTree& tree, Node node, int mode, bool recursive)
+{
+    if (!CfgXml::AreTimeStampsEnabled() || node == NONE)
+        return;
+    const Node element = tree.IsText(node) ? tree.Parent(node) : node;
+    if (!tree.IsElement(element))
+        return;
+    const qint32 now = Now();
+    if (!recursive) {
+        StampElement(tree, element, mode, now);
+        return;
+    }
+    ForEachElement(tree, element, [&tree, mode, now](Node each) { StampElement(tree, each, mode, now); });
+}
 
 void ApplyStamp(const QDomNode& node, int mode, bool recursive)
 {
@@ -329,10 +422,10 @@ void CfgXml::SetTimeStamp(QDomNode node, int mode, bool recursive)
 }
 
 // Stamps of the own document are edits its model counts.
-void CfgXml::Stamp(const QDomNode& node, int mode, bool recursive) const
+void CfgXml::Stamp(TreeNode node, int mode, bool recursive) const
 {
     m_pData->lookup.Changed();
-    ApplyStamp(node, mode, recursive);
+    ApplyStamp(*Document(), node, mode, recursive);
 }
 
 void CfgXml::SetTimeStampsEnabled(bool enabled)
@@ -345,15 +438,15 @@ bool CfgXml::AreTimeStampsEnabled()
     return s_timeStampsEnabled.load();
 }
 
-void CfgXml::StampSubTree(const QDomNode& node) const
+void CfgXml::StampSubTree(TreeNode node) const
 {
     if (!AreTimeStampsEnabled() || m_pData->lookup.IsStamped(node))
         return;
-    ApplyStamp(node, TS_IfMissing, true);
+    ApplyStamp(*Document(), node, TS_IfMissing, true);
     m_pData->lookup.MarkStamped(node);
 }
 
-void CfgXml::AdvanceStamp(const QDomNode& node) const
+void CfgXml::AdvanceStamp(TreeNode node) const
 {
     Stamp(node, TS_Advance, true);
 }
@@ -366,54 +459,57 @@ void CfgXml::FailWalk(const QString& problem, int line) const
     throw KVException(m_sFileName + problem, SOURCE_FILE, CLASS_NAME, QStringLiteral("GetNode"), line);
 }
 
-QDomElement CfgXml::ViewElement(const QDomElement& root, View view) const
+CfgXml::TreeNode CfgXml::ViewElement(TreeNode root, View view) const
 {
     const QString name = ViewName(view);
-    QDomNode node = m_pData->lookup.FirstChildNamed(root, name);
-    if (node.isNull()) {
+    Node node = m_pData->lookup.FirstChildNamed(root, name);
+    if (node == NONE) {
         if (name != GetViewAsString(VIEW_User))
             FailWalk(QStringLiteral(" is invalid. Cfg has no sub elements."), __LINE__);
-        node = m_pData->lookup.Append(root, Document()->createElement(name));
+        node = Document()->CreateElement(name);
+        m_pData->lookup.Append(root, node);
         StampSubTree(node);
     }
-    if (!node.isElement())
+    if (!Document()->IsElement(node))
         FailWalk(QStringLiteral(" is invalid. Node in Cfg is not an element."), __LINE__);
-    QDomElement element = node.toElement();
-    return name == GetViewAsString(VIEW_User) ? UserPartition(element) : element;
+    return name == GetViewAsString(VIEW_User) ? UserPartition(node) : node;
 }
 
-QDomElement CfgXml::ChildForWalk(QDomElement parent, const QString& name, bool create) const
+CfgXml::TreeNode CfgXml::ChildForWalk(TreeNode parent, QStringView name, bool create) const
 {
-    const QDomNode node = m_pData->lookup.FirstChildNamed(parent, name);
-    if (!node.isNull()) {
-        if (node.isElement())
-            return node.toElement();
+    const Node node = m_pData->lookup.FirstChildNamed(parent, name);
+    if (node != NONE) {
+        if (Document()->IsElement(node))
+            return node;
         if (create)
             FailWalk(QStringLiteral(" is invalid. Node in View element is not an element."), __LINE__);
-        return QDomElement();
+        return NONE;
     }
-    if (!create || !XmlNames::IsElementName(name))
-        return QDomElement();
-    const QDomElement created = m_pData->lookup.Append(parent, Document()->createElement(name)).toElement();
+    if (!create || !XmlNames::IsElementName(name.toString()))
+        return NONE;
+    const Node created = Document()->CreateElement(name.toString());
+    m_pData->lookup.Append(parent, created);
     StampSubTree(created);
     return created;
 }
 
 // The partitions are created on first access, as the User view itself is.
-QDomElement CfgXml::UserPartition(QDomElement user) const
+CfgXml::TreeNode CfgXml::UserPartition(TreeNode user) const
 {
     if (s_sUserSubkey.isEmpty() && s_addtionalSubkeys.empty())
         return user;
-    QDomElement base = ChildForWalk(user, SUBKEY_CONTAINER, true);
-    if (!s_sUserSubkey.isEmpty() && !base.isNull()) {
-        QDomElement login = m_pData->lookup.FirstChildElementNamed(base, s_sUserSubkey);
-        if (login.isNull() && XmlNames::IsElementName(s_sUserSubkey)) {
-            login = Document()->createElement(s_sUserSubkey);
-            login.setAttribute(NODE_TYPE, LOGIN_USER);
+    CfgXmlTree& tree = *Document();
+    Node base = ChildForWalk(user, SUBKEY_CONTAINER, true);
+    if (!s_sUserSubkey.isEmpty() && base != NONE) {
+        Node login = m_pData->lookup.FirstChildElementNamed(base, s_sUserSubkey);
+        if (login == NONE && XmlNames::IsElementName(s_sUserSubkey)) {
+            login = tree.CreateElement(s_sUserSubkey);
+            tree.SetAttribute(login, NODE_TYPE, LOGIN_USER);
             if (s_addtionalSubkeys.empty()) {
-                for (QDomNode child = user.firstChild(); !child.isNull(); child = child.nextSibling()) {
-                    if (child.nodeName() != SUBKEY_CONTAINER)
-                        login.appendChild(child.cloneNode(true));
+                const CfgXmlTree::Name container = tree.FindName(SUBKEY_CONTAINER);
+                for (Node child = tree.FirstChild(user); child != NONE; child = tree.NextSibling(child)) {
+                    if (tree.NameOf(child) != container)
+                        tree.Append(login, tree.Import(tree, child));
                 }
             }
             m_pData->lookup.Append(base, login);
@@ -423,12 +519,12 @@ QDomElement CfgXml::UserPartition(QDomElement user) const
         base = login;
     }
     for (const QString& subkey : s_addtionalSubkeys) {
-        if (base.isNull())
+        if (base == NONE)
             break;
-        QDomElement partition = m_pData->lookup.FirstChildElementNamed(base, subkey);
-        if (partition.isNull() && XmlNames::IsElementName(subkey)) {
-            partition = Document()->createElement(subkey);
-            partition.setAttribute(NODE_TYPE, ADD_SUB_KEY);
+        Node partition = m_pData->lookup.FirstChildElementNamed(base, subkey);
+        if (partition == NONE && XmlNames::IsElementName(subkey)) {
+            partition = tree.CreateElement(subkey);
+            tree.SetAttribute(partition, NODE_TYPE, ADD_SUB_KEY);
             m_pData->lookup.Append(base, partition);
             StampSubTree(partition);
         }
@@ -437,63 +533,71 @@ QDomElement CfgXml::UserPartition(QDomElement user) const
     return base;
 }
 
-QDomNode CfgXml::GetNode(const QString& path, View view, bool create) const
+// The path is relative to this object's key; both are walked component by
+// component, empty components (doubled separators) skipped.
+CfgXml::TreeNode CfgXml::GetNode(QStringView path, View view, bool create) const
 {
-    QDomDocument* document = Document();
+    const CfgXmlTree* document = Document();
     if (!document)
-        return QDomNode();
-    const QDomElement root = document->documentElement();
-    if (root.isNull() || root.tagName() != ROOT_TAG)
+        return NONE;
+    const Node root = document->DocumentElement();
+    if (root == NONE || document->NodeName(root) != ROOT_TAG)
         FailWalk(QStringLiteral(" is invalid. Element Cfg not found."), __LINE__);
-    QDomElement node = ViewElement(root, view);
-    const QStringList parts = path.isEmpty() ? m_keyParts : SplitKey(JoinKey(m_sKey, path));
-    for (const QString& part : parts) {
-        if (node.isNull())
-            return QDomNode();
+    Node node = ViewElement(root, view);
+    for (const QString& part : m_keyParts) {
+        if (node == NONE)
+            return NONE;
         node = ChildForWalk(node, part, create);
     }
-    if (node.isNull())
-        return QDomNode();
+    for (qsizetype start = 0; start < path.size();) {
+        qsizetype end = path.indexOf(KEY_SEPARATOR, start);
+        if (end < 0)
+            end = path.size();
+        if (end > start) {
+            if (node == NONE)
+                return NONE;
+            node = ChildForWalk(node, path.mid(start, end - start), create);
+        }
+        start = end + 1;
+    }
+    if (node == NONE)
+        return NONE;
     StampSubTree(node);
     return node;
-}
-
-QDomElement CfgXml::GetCfgElem(View view, bool create) const
-{
-    return GetNode(QString(), view, create).toElement();
 }
 
 // ---------------------------------------------------------------- values
 
 // A name may carry a relative path: "Sub\Name" is the value Name of Sub.
-QDomElement CfgXml::FindValue(const QString& name, View view, bool create) const
+CfgXml::TreeNode CfgXml::FindValue(const QString& name, View view, bool create) const
 {
     const int separator = name.lastIndexOf(KEY_SEPARATOR);
-    const QDomNode node = GetNode(separator >= 0 ? name.left(separator) : QString(), view, create);
-    if (node.isNull())
-        return QDomElement();
-    return m_pData->lookup.FirstChildElementNamed(node, separator >= 0 ? name.mid(separator + 1) : name);
+    const Node node = GetNode(QStringView(name).left(qMax(separator, 0)), view, create);
+    if (node == NONE)
+        return NONE;
+    return m_pData->lookup.FirstChildElementNamed(node, QStringView(name).mid(separator + 1));
 }
 
 // FindValue without creating, remembering where the value was found.
-QDomElement CfgXml::FindValueToRead(const QString& name, View view) const
+CfgXml::TreeNode CfgXml::FindValueToRead(const QString& name, View view) const
 {
     CfgXmlData& data = *m_pData;
     if (!data.document)
-        return QDomElement();
+        return NONE;
     const ReadCache::Entry* known = data.reads.Find(m_sKey, name, view, data.lookup.StructureChanges(),
                                                     s_partitionChanges.load(std::memory_order_relaxed));
     if (known) {
-        if (!known->node.isNull())
+        if (known->node != NONE)
             StampSubTree(known->node);
         return known->value;
     }
     const int separator = name.lastIndexOf(KEY_SEPARATOR);
     ReadCache::Entry found;
-    found.node = GetNode(separator >= 0 ? name.left(separator) : QString(), view, false).toElement();
-    if (!found.node.isNull())
-        found.value =
-            data.lookup.FirstChildElementNamed(found.node, separator >= 0 ? name.mid(separator + 1) : name);
+    found.node = GetNode(QStringView(name).left(qMax(separator, 0)), view, false);
+    if (!data.document->IsElement(found.node))
+        found.node = NONE;
+    if (found.node != NONE)
+        found.value = data.lookup.FirstChildElementNamed(found.node, QStringView(name).mid(separator + 1));
     data.reads.Insert(m_sKey, name, view, found, data.lookup.StructureChanges(),
                       s_partitionChanges.load(std::memory_order_relaxed));
     return found.value;
@@ -501,12 +605,11 @@ QDomElement CfgXml::FindValueToRead(const QString& name, View view) const
 
 QString CfgXml::GetStringImpl(QString name, QString defaultValue, View view)
 {
-    if (name.isEmpty()) {
-        const QDomText text = FirstTextChild(GetNode(QString(), view, false));
-        return text.isNull() ? defaultValue : text.data();
-    }
-    const QDomText text = FirstTextChild(FindValueToRead(name, view));
-    return text.isNull() ? defaultValue : text.data();
+    const Node node = name.isEmpty() ? GetNode(QString(), view, false) : FindValueToRead(name, view);
+    if (node == NONE)
+        return defaultValue;
+    const Node text = Document()->FirstTextChild(node);
+    return text == NONE ? defaultValue : Document()->Data(text);
 }
 
 long CfgXml::GetIntegerImpl(QString name, long defaultValue, View view)
@@ -540,58 +643,63 @@ bool CfgXml::FindInvalidNodeName(View view, QString* invalid) const
 
 // A write that cannot be stored as it was given is refused with an
 // exception, before anything is created: never dropped, never altered.
-QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& value, View view,
-                                         const QString& operation)
+CfgXml::TreeNode CfgXml::SetStringImplPrivate(const QString& name, const QString& value, View view,
+                                              const QString& operation)
 {
     const int separator = name.lastIndexOf(KEY_SEPARATOR);
-    const QString path = separator >= 0 ? name.left(separator) : QString();
-    const QString valueName = separator >= 0 ? name.mid(separator + 1) : name;
+    const QStringView path = QStringView(name).left(qMax(separator, 0));
+    const QStringView valueName = QStringView(name).mid(separator + 1);
     CheckValueName(name, operation);
     const QString refusedText = XmlNames::RefusedValueText(name, value);
     if (!refusedText.isNull())
         throw KVException(refusedText, SOURCE_FILE, CLASS_NAME, operation, __LINE__);
-    QDomNode node = GetNode(path, view, true);
+    const Node node = GetNode(path, view, true);
     QString invalid;
-    if (node.isNull()) {
+    if (node == NONE) {
         // Only a name on the way there can keep an open document's node from
         // being created: this object's key or a user partition.
         if (Document() && FindInvalidNodeName(view, &invalid))
             throw KVException(XmlNames::NotAnElementName(QStringLiteral("The value"), name, invalid),
                               SOURCE_FILE, CLASS_NAME, operation, __LINE__);
-        return QDomElement();
+        return NONE;
     }
+    CfgXmlTree& tree = *Document();
+    TreeModel& model = m_pData->lookup;
     if (valueName.isEmpty() && separator < 0) {
-        QDomText text = FirstTextChild(node);
-        if (text.isNull()) {
-            text = m_pData->lookup.Append(node, Document()->createTextNode(value)).toText();
-            m_pData->lookup.ForgetListings(node);
-            m_pData->lookup.ForgetListings(node.parentNode());
-            AdvanceStamp(text);
-        } else if (text.data() != value) {
-            m_pData->lookup.SetText(text, value);
+        const Node text = tree.FirstTextChild(node);
+        if (text == NONE) {
+            const Node created = tree.CreateText(value);
+            model.Append(node, created);
+            model.ForgetListings(node);
+            if (tree.Parent(node) != NONE)
+                model.ForgetListings(tree.Parent(node));
+            AdvanceStamp(created);
+        } else if (!tree.DataEquals(text, value)) {
+            model.SetText(text, value);
             AdvanceStamp(text);
         }
-        return node.toElement();
+        return tree.IsElement(node) ? node : NONE;
     }
-    QDomElement element = m_pData->lookup.FirstChildElementNamed(node, valueName);
-    if (element.isNull()) {
-        element = Document()->createElement(valueName);
+    Node element = model.FirstChildElementNamed(node, valueName);
+    if (element == NONE) {
+        element = tree.CreateElement(valueName.toString());
         if (view != VIEW_User)
-            element.setAttribute(PROTECTED, TRUE_TEXT);
-        const QDomNode text = element.appendChild(Document()->createTextNode(value));
-        m_pData->lookup.Append(node, element);
+            tree.SetAttribute(element, PROTECTED, TRUE_TEXT);
+        const Node text = tree.CreateText(value);
+        tree.Append(element, text);
+        model.Append(node, element);
         AdvanceStamp(text);
         return element;
     }
-    QDomText text = FirstTextChild(element);
-    if (text.isNull()) {
-        text = m_pData->lookup.InsertBefore(element, Document()->createTextNode(value), element.firstChild())
-                   .toText();
-        m_pData->lookup.ForgetListings(element);
-        m_pData->lookup.ForgetListings(node);
-        AdvanceStamp(text);
-    } else if (text.data() != value) {
-        m_pData->lookup.SetText(text, value);
+    const Node text = tree.FirstTextChild(element);
+    if (text == NONE) {
+        const Node created = tree.CreateText(value);
+        model.InsertBefore(element, created, tree.FirstChild(element));
+        model.ForgetListings(element);
+        model.ForgetListings(node);
+        AdvanceStamp(created);
+    } else if (!tree.DataEquals(text, value)) {
+        model.SetText(text, value);
         AdvanceStamp(text);
     }
     return element;
@@ -600,8 +708,8 @@ QDomElement CfgXml::SetStringImplPrivate(const QString& name, const QString& val
 void CfgXml::SetValueAndType(const QString& name, const QString& value, const QString& type, View view,
                              const QString& operation)
 {
-    QDomElement element = SetStringImplPrivate(name, value, view, operation);
-    if (!element.isNull() && !element.hasAttribute(TYPE))
+    const Node element = SetStringImplPrivate(name, value, view, operation);
+    if (element != NONE && !Document()->HasAttribute(element, Document()->FindName(TYPE)))
         m_pData->lookup.SetAttribute(element, TYPE, type);
 }
 
@@ -625,14 +733,15 @@ void CfgXml::SetBooleanImpl(QString name, bool value, View view)
 ICfg::AttributeType CfgXml::GetAttributeType(QString name, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
-    QDomElement element = FindValue(name, ResolveView(view), false);
-    if (element.isNull())
+    const Node element = FindValue(name, ResolveView(view), false);
+    if (element == NONE)
         return TYPE_Undefined;
+    const CfgXmlTree& tree = *Document();
     bool known = false;
-    const AttributeType declared = TypeFromAttribute(element.attribute(TYPE), &known);
+    const AttributeType declared = TypeFromAttribute(tree.Attribute(element, tree.FindName(TYPE)), &known);
     if (known)
         return declared;
-    const QString text = FirstTextChild(element).data();
+    const QString text = tree.TextOf(element);
     if (text.isEmpty())
         return TYPE_Undefined;
     const AttributeType derived = (text == TRUE_TEXT || text == FALSE_TEXT) ? TYPE_Boolean : TYPE_String;
@@ -644,8 +753,8 @@ void CfgXml::SetAttributeType(QString name, AttributeType type, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     CheckValueName(name, QStringLiteral("SetAttributeType"));
-    QDomElement element = FindValue(name, ResolveView(view), false);
-    if (element.isNull())
+    const Node element = FindValue(name, ResolveView(view), false);
+    if (element == NONE)
         return;
     const bool known = type == TYPE_String || type == TYPE_Boolean || type == TYPE_Integer;
     m_pData->lookup.SetAttribute(element, TYPE, GetTypeAsString(known ? type : TYPE_String));
@@ -655,33 +764,34 @@ void CfgXml::SetAttributeType(QString name, AttributeType type, View view)
 bool CfgXml::IsProtected(QString name, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
-    return FindValue(name, ResolveView(view), false).attribute(PROTECTED) == TRUE_TEXT;
+    const Node element = FindValue(name, ResolveView(view), false);
+    return element != NONE && Document()->AttributeEquals(element, Document()->FindName(PROTECTED), TRUE_TEXT);
 }
 
 void CfgXml::SetProtected(QString name, bool isProtected, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     CheckValueName(name, QStringLiteral("SetProtected"));
-    QDomElement element = FindValue(name, ResolveView(view), false);
-    if (element.isNull())
+    const Node element = FindValue(name, ResolveView(view), false);
+    if (element == NONE)
         return;
-    if (!element.hasAttribute(PROTECTED))
-        m_pData->lookup.ForgetListings(element.parentNode());
+    if (!Document()->HasAttribute(element, Document()->FindName(PROTECTED)))
+        m_pData->lookup.ForgetListings(Document()->Parent(element));
     m_pData->lookup.SetAttribute(element, PROTECTED, isProtected ? TRUE_TEXT : FALSE_TEXT);
 }
 
 bool CfgXml::HasAttribute(QString key, QString name, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
-    const QDomNode node = GetNode(key, ResolveView(view), false);
-    return !node.isNull() && !m_pData->lookup.FirstChildElementNamed(node, name).isNull();
+    const Node node = GetNode(key, ResolveView(view), false);
+    return node != NONE && m_pData->lookup.FirstChildElementNamed(node, name) != NONE;
 }
 
 bool CfgXml::RemoveAttribute(QString name, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
-    const QDomElement element = FindValue(name, ResolveView(view), false);
-    if (element.isNull())
+    const Node element = FindValue(name, ResolveView(view), false);
+    if (element == NONE)
         return false;
     m_pData->lookup.Remove(element);
     return true;
@@ -691,13 +801,13 @@ bool CfgXml::RenameAttribute(QString oldName, QString newName, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     view = ResolveView(view);
-    QDomElement element = FindValue(oldName, view, false);
-    if (element.isNull())
+    const Node element = FindValue(oldName, view, false);
+    if (element == NONE)
         return false;
-    if (newName == element.tagName())
+    if (newName == Document()->NodeName(element))
         return true;
-    const QDomNode parent = element.parentNode();
-    if (!XmlNames::IsElementName(newName) || !m_pData->lookup.FirstChildNamed(parent, newName).isNull())
+    const Node parent = Document()->Parent(element);
+    if (!XmlNames::IsElementName(newName) || m_pData->lookup.FirstChildNamed(parent, newName) != NONE)
         return false;
     m_pData->lookup.Rename(element, newName);
     Stamp(element, TS_Advance, false);
@@ -709,31 +819,31 @@ namespace {
 // Values and sub-configurations in document order. Any child that is not an
 // element (text, comment, processing instruction) ends what the
 // sub-configuration listing can reach: enumerating past it fails.
-DomLookup::Listing BuildListing(const QDomNode& node, DomLookup::ListingKind kind)
+TreeModel::Listing BuildListing(const CfgXmlTree& tree, Node node, TreeModel::ListingKind kind)
 {
-    DomLookup::Listing listing;
+    TreeModel::Listing listing;
     listing.built = true;
-    for (QDomNode child = node.firstChild(); !child.isNull(); child = child.nextSibling()) {
-        if (!child.isElement()) {
-            if (kind == DomLookup::SubConfigurations && listing.reachable < 0)
+    for (Node child = tree.FirstChild(node); child != NONE; child = tree.NextSibling(child)) {
+        if (!tree.IsElement(child)) {
+            if (kind == TreeModel::SubConfigurations && listing.reachable < 0)
                 listing.reachable = int(listing.items.size());
             continue;
         }
-        if (IsValue(child.toElement()) == (kind == DomLookup::Values))
-            listing.items.push_back(child.toElement());
+        if (IsValue(tree, child) == (kind == TreeModel::Values))
+            listing.items.push_back(child);
     }
     return listing;
 }
 
-const DomLookup::Listing& ChildListing(CfgXmlData& data, const QDomNode& node, DomLookup::ListingKind kind)
+const TreeModel::Listing& ChildListing(CfgXmlData& data, Node node, TreeModel::ListingKind kind)
 {
-    DomLookup::Listing* cached = data.lookup.ListingOf(node, kind);
+    TreeModel::Listing* cached = data.lookup.ListingOf(node, kind);
     if (!cached) {
-        data.scratch = BuildListing(node, kind);
+        data.scratch = BuildListing(*data.document, node, kind);
         return data.scratch;
     }
     if (!cached->built)
-        *cached = BuildListing(node, kind);
+        *cached = BuildListing(*data.document, node, kind);
     return *cached;
 }
 
@@ -741,11 +851,11 @@ const DomLookup::Listing& ChildListing(CfgXmlData& data, const QDomNode& node, D
 
 QString CfgXml::GetValueKeyAtImpl(int index, View view)
 {
-    const QDomNode node = GetNode(QString(), view, false);
-    if (node.isNull() || index < 0)
+    const Node node = GetNode(QString(), view, false);
+    if (node == NONE || index < 0)
         return QString();
-    const DomLookup::Listing& values = ChildListing(*m_pData, node, DomLookup::Values);
-    return index < int(values.items.size()) ? values.items[size_t(index)].nodeName() : QString();
+    const TreeModel::Listing& values = ChildListing(*m_pData, node, TreeModel::Values);
+    return index < int(values.items.size()) ? Document()->NodeName(values.items[size_t(index)]) : QString();
 }
 
 // ---------------------------------------------------------------- sub-configurations
@@ -759,24 +869,23 @@ ICfg* CfgXml::CreateSubCfg(QString key, View view) const
         _Q_Trace(XmlNames::NoSuchSubConfiguration(key, invalid), __FILE__, __LINE__);
         return nullptr;
     }
-    const QDomNode node = GetNode(key, view, false);
-    if (!node.isElement())
+    if (!Document() || !Document()->IsElement(GetNode(key, view, false)))
         return nullptr;
     return new CfgXml(this, SplitKey(JoinKey(m_sKey, key)).join(KEY_SEPARATOR), view);
 }
 
 ICfg* CfgXml::CreateSubCfgAtImpl(int index, View view)
 {
-    const QDomNode node = GetNode(QString(), view, false);
-    if (node.isNull() || index < 0)
+    const Node node = GetNode(QString(), view, false);
+    if (node == NONE || index < 0)
         return nullptr;
-    const DomLookup::Listing& subs = ChildListing(*m_pData, node, DomLookup::SubConfigurations);
+    const TreeModel::Listing& subs = ChildListing(*m_pData, node, TreeModel::SubConfigurations);
     if (subs.reachable >= 0 && index >= subs.reachable)
         throw KVException(QStringLiteral("Not all childs are elements."), SOURCE_FILE, CLASS_NAME,
                           QStringLiteral("CreateSubCfgAtImpl"), __LINE__);
     if (index >= int(subs.items.size()))
         return nullptr;
-    return CreateSubCfg(subs.items[size_t(index)].nodeName(), view);
+    return CreateSubCfg(Document()->NodeName(subs.items[size_t(index)]), view);
 }
 
 bool CfgXml::AddSubCfg(QString key, View view)
@@ -788,13 +897,13 @@ bool CfgXml::AddSubCfg(QString key, View view)
                  __LINE__);
         return false;
     }
-    return !GetNode(key, ResolveView(view), true).isNull();
+    return GetNode(key, ResolveView(view), true) != NONE;
 }
 
 bool CfgXml::HasSubCfg(QString key, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
-    return GetNode(key, ResolveView(view), false).isElement();
+    return Document() && Document()->IsElement(GetNode(key, ResolveView(view), false));
 }
 
 bool CfgXml::RemoveSubCfg(QString key, View view)
@@ -804,8 +913,8 @@ bool CfgXml::RemoveSubCfg(QString key, View view)
     // (the document's root node) is not a sub-configuration of anything.
     if (SplitKey(JoinKey(m_sKey, key)).isEmpty())
         return false;
-    const QDomNode node = GetNode(key, ResolveView(view), false);
-    if (node.isNull())
+    const Node node = GetNode(key, ResolveView(view), false);
+    if (node == NONE)
         return false;
     m_pData->lookup.Remove(node);
     m_pData->lookup.ForgetAll();
@@ -821,11 +930,11 @@ bool CfgXml::MoveSubCfg(QString from, QString to, View view)
     if (fromParts.isEmpty() || toParts.isEmpty() || toParts.mid(0, fromParts.size()) == fromParts)
         return false;
     const QString newName = toParts.takeLast();
-    QDomElement source = GetNode(from, view, false).toElement();
-    if (source.isNull() || !XmlNames::IsElementName(newName) || !GetNode(to, view, false).isNull())
+    const Node source = GetNode(from, view, false);
+    if (source == NONE || !XmlNames::IsElementName(newName) || GetNode(to, view, false) != NONE)
         return false;
-    QDomNode target = GetNode(toParts.join(KEY_SEPARATOR), view, true);
-    if (target.isNull())
+    const Node target = GetNode(toParts.join(KEY_SEPARATOR), view, true);
+    if (target == NONE)
         return false;
     m_pData->lookup.Remove(source);
     m_pData->lookup.Rename(source, newName);
@@ -850,15 +959,20 @@ void CfgXml::AssignDefaults()
     QMutexLocker locker(CfgCenter::GetMutex());
     if (!Document())
         return;
-    DomLookup& model = m_pData->lookup;
-    const QDomElement root = Document()->documentElement();
+    TreeModel& model = m_pData->lookup;
+    CfgXmlTree& tree = *Document();
+    const CfgXmlTree::Name isProtected = tree.FindName(PROTECTED);
+    if (isProtected == CfgXmlTree::NO_NAME)
+        return;
+    const CfgXmlTree::Name type = tree.Intern(TYPE);
+    const Node root = tree.DocumentElement();
     for (const View view : {VIEW_User, VIEW_Domain, VIEW_System, VIEW_Machine}) {
-        const QDomElement top = model.FirstChildElementNamed(root, GetViewAsString(view));
-        if (top.isNull())
+        const Node top = model.FirstChildElementNamed(root, GetViewAsString(view));
+        if (top == NONE)
             continue;
-        ForEachElement(top, [&model](const QDomElement& element) {
-            if (element.hasAttribute(PROTECTED) && !element.hasAttribute(TYPE))
-                model.SetAttribute(element, TYPE, TypeFromText(FirstTextChild(element).data()));
+        ForEachElement(tree, top, [&](Node element) {
+            if (tree.HasAttribute(element, isProtected) && !tree.HasAttribute(element, type))
+                model.SetAttribute(element, TYPE, TypeFromText(tree.TextOf(element)));
         });
     }
 }
@@ -870,7 +984,8 @@ void CfgXml::OpenDocument(bool restoreAllowed)
     QMutexLocker locker(CfgCenter::GetMutex());
     CfgXmlFile::CompleteInterruptedRotation(m_sFileName);
     m_pData->Reset();
-    m_pData->document = NewDocument();
+    m_pData->document = NewDocument(true);
+    m_pData->lookup.Attach(m_pData->document.get());
     if (!QFile::exists(m_sFileName)) {
         if (GetSelectedView() == VIEW_User) {
             OpenUserOnlyDocument();
@@ -880,17 +995,18 @@ void CfgXml::OpenDocument(bool restoreAllowed)
     }
     if (!ParseMainFile(ReadOrCreateFile(), restoreAllowed))
         return;
-    QDomElement root = Document()->documentElement();
-    if (root.tagName() != ROOT_TAG) {
+    const CfgXmlTree& tree = *Document();
+    const Node root = tree.DocumentElement();
+    if (root == NONE || tree.NodeName(root) != ROOT_TAG) {
         m_pData->Reset();
         throw KVException(m_sFileName + QStringLiteral(" is invalid. Element Cfg not found."), SOURCE_FILE,
                           CLASS_NAME, QStringLiteral("OpenDocument"), __LINE__);
     }
-    s_Version = root.attribute(VERSION_TAG, DEFAULT_VERSION);
-    const QDomElement machine = root.firstChildElement(GetViewAsString(VIEW_Machine));
-    if (!machine.firstChildElement(QStringLiteral("Login")).isNull())
+    s_Version = tree.Attribute(root, tree.FindName(VERSION_TAG), DEFAULT_VERSION);
+    const Node machine = tree.FirstChildElement(root, tree.FindName(GetViewAsString(VIEW_Machine)));
+    if (tree.FirstChildElement(machine, tree.FindName(QStringLiteral("Login"))) != NONE)
         s_isLoginInstalled = true;
-    if (m_pData->lookup.FirstChildNamed(root, GetViewAsString(VIEW_System)).isNull()) {
+    if (m_pData->lookup.FirstChildNamed(root, GetViewAsString(VIEW_System)) == NONE) {
         // A user-only or export-only document.
         GraftSideView(GetViewAsString(VIEW_User), SideFileName(QStringLiteral("usr")), USER_TEMPLATE);
         AssignDefaults();
@@ -904,15 +1020,17 @@ void CfgXml::OpenDocument(bool restoreAllowed)
 
 void CfgXml::OpenUserOnlyDocument()
 {
-    m_pData->document->setContent(QByteArray(USER_TEMPLATE));
+    m_pData->document = TemplateDocument(USER_TEMPLATE);
+    m_pData->lookup.Attach(m_pData->document.get());
     s_Version = GetVersion();
     const QString userFile = SideFileName(QStringLiteral("usr"));
     if (!userFile.isEmpty())
         CfgXmlFile::CompleteInterruptedRotation(userFile);
     if (!userFile.isEmpty() && QFile::exists(userFile)) {
-        QDomElement root = Document()->documentElement();
-        const QDomElement user = ReadSideView(userFile, GetViewAsString(VIEW_User), USER_TEMPLATE);
-        m_pData->lookup.Replace(user, root.firstChildElement(GetViewAsString(VIEW_User)));
+        CfgXmlTree& tree = *Document();
+        const Node user = ReadSideView(userFile, GetViewAsString(VIEW_User), USER_TEMPLATE);
+        m_pData->lookup.Replace(
+            user, tree.FirstChildElement(tree.DocumentElement(), tree.FindName(GetViewAsString(VIEW_User))));
         m_pData->lookup.ForgetAll();
     }
     AssignDefaults();
@@ -993,24 +1111,25 @@ bool CfgXml::ParseMainFile(const QByteArray& bytes, bool restoreAllowed)
     throw KVException(text, SOURCE_FILE, CLASS_NAME, QStringLiteral("OpenDocument"), __LINE__);
 }
 
-void CfgXml::ValidateViews(const QDomElement& root)
+void CfgXml::ValidateViews(TreeNode root)
 {
     const auto fail = [this](const QString& problem, int line) {
         m_pData->Reset();
         throw KVException(m_sFileName + problem, SOURCE_FILE, CLASS_NAME, QStringLiteral("OpenDocument"),
                           line);
     };
-    if (!m_pData->lookup.FirstChildNamed(root, GetViewAsString(VIEW_System)).isElement())
+    const CfgXmlTree& tree = *Document();
+    if (!tree.IsElement(m_pData->lookup.FirstChildNamed(root, GetViewAsString(VIEW_System))))
         fail(QStringLiteral(" is invalid. Sub node System of element Cfg is not an element."), __LINE__);
-    const QDomNode domain = m_pData->lookup.FirstChildNamed(root, GetViewAsString(VIEW_Domain));
-    if (domain.isNull())
+    const Node domain = m_pData->lookup.FirstChildNamed(root, GetViewAsString(VIEW_Domain));
+    if (domain == NONE)
         fail(QStringLiteral(" is invalid. Element Cfg has no sub node Domain."), __LINE__);
-    if (!domain.isElement())
+    if (!tree.IsElement(domain))
         fail(QStringLiteral(" is invalid. Sub node Domain of element Cfg is not an element."), __LINE__);
-    const QDomNode machine = m_pData->lookup.FirstChildNamed(root, GetViewAsString(VIEW_Machine));
-    if (machine.isNull())
+    const Node machine = m_pData->lookup.FirstChildNamed(root, GetViewAsString(VIEW_Machine));
+    if (machine == NONE)
         fail(QStringLiteral(" is invalid. Element Cfg has no sub node Machine."), __LINE__);
-    if (!machine.isElement())
+    if (!tree.IsElement(machine))
         fail(QStringLiteral(" is invalid. Sub node Machine of element Cfg is not an element."), __LINE__);
 }
 
@@ -1028,14 +1147,13 @@ void CfgXml::GraftSideView(const QString& viewName, const QString& fileName, con
     if (!reads || fileName.isEmpty())
         return;
     CfgXmlFile::CompleteInterruptedRotation(fileName);
-    QDomElement root = Document()->documentElement();
-    const QDomElement existing = root.firstChildElement(viewName);
-    if (!QFile::exists(fileName) && (!existing.isNull() || !UsesSideFiles()))
+    const CfgXmlTree& tree = *Document();
+    const Node root = tree.DocumentElement();
+    const Node existing = tree.FirstChildElement(root, tree.FindName(viewName));
+    if (!QFile::exists(fileName) && (existing != NONE || !UsesSideFiles()))
         return;
-    const QDomElement view = ReadSideView(fileName, viewName, emptyTemplate);
-    if (view.isNull())
-        return;
-    if (existing.isNull())
+    const Node view = ReadSideView(fileName, viewName, emptyTemplate);
+    if (existing == NONE)
         m_pData->lookup.Append(root, view);
     else
         m_pData->lookup.Replace(view, existing);
@@ -1043,17 +1161,18 @@ void CfgXml::GraftSideView(const QString& viewName, const QString& fileName, con
     m_pData->lookup.ForgetStamps();
 }
 
-QDomElement CfgXml::ReadSideView(const QString& fileName, const QString& viewName, const char* emptyTemplate)
+// The view of a side file, copied into the document (not linked yet).
+CfgXml::TreeNode CfgXml::ReadSideView(const QString& fileName, const QString& viewName, const char* emptyTemplate)
 {
-    QDomDocument side;
+    CfgXmlTree side;
     QString problem;
     QByteArray bytes = CfgXmlFile::ReadFile(fileName, &problem);
     if (!QFile::exists(fileName)) {
-        side.setContent(QByteArray(emptyTemplate));
+        Parse(side, QByteArray(emptyTemplate));
     } else if (problem == QLatin1String("cannot be read")) {
         ErrorHandler::Instance().Message(QStringLiteral("Cannot open the file ") + fileName,
                                          ErrorHandler::MSG_Error, QStringLiteral("OpenDocument"), CLASS_NAME);
-        side.setContent(QByteArray(emptyTemplate));
+        Parse(side, QByteArray(emptyTemplate));
     } else {
         if (!problem.isEmpty())
             bytes = "<"; // too large or not a regular file: reported as a parse error
@@ -1066,13 +1185,13 @@ QDomElement CfgXml::ReadSideView(const QString& fileName, const QString& viewNam
             const bool restored =
                 CfgXmlFile::HasUsableBackup(fileName) && CfgXmlFile::RestoreFromBackup(fileName);
             if (!restored || !Parse(side, CfgXmlFile::ReadFile(fileName, nullptr)).ok)
-                side.setContent(QByteArray(emptyTemplate));
+                Parse(side, QByteArray(emptyTemplate));
         }
     }
-    QDomElement view = side.documentElement().firstChildElement(viewName);
-    if (view.isNull())
-        view = side.createElement(viewName);
-    return Document()->importNode(view, true).toElement();
+    const Node view = side.FirstChildElement(side.DocumentElement(), side.FindName(viewName));
+    if (view == NONE)
+        return Document()->CreateElement(viewName);
+    return Document()->Import(side, view);
 }
 
 QString CfgXml::SideFileName(const QString& tag) const
@@ -1107,12 +1226,12 @@ QString CfgXml::GetExportSideFileName() const
 QString CfgXml::DataDirectory() const
 {
     QString directory;
-    if (const QDomDocument* document = Document()) {
-        const QDomElement value = document->documentElement()
-                                      .firstChildElement(GetViewAsString(VIEW_Machine))
-                                      .firstChildElement(QStringLiteral("Administration"))
-                                      .firstChildElement(QStringLiteral("TalvoDataDir"));
-        directory = FirstTextChild(value).data();
+    if (const CfgXmlTree* document = Document()) {
+        Node value = document->DocumentElement();
+        for (const QString& name : {GetViewAsString(VIEW_Machine), QStringLiteral("Administration"),
+                                    QStringLiteral("TalvoDataDir")})
+            value = document->FirstChildElement(value, document->FindName(name));
+        directory = document->TextOf(value);
     }
     return directory.isEmpty() ? QDir::currentPath() : directory;
 }
@@ -1148,7 +1267,7 @@ void CfgXml::SaveDocument()
     _Q_assert(ZentOS::Get().IsAppThread(), __FILE__, __LINE__);
     QMutexLocker locker(CfgCenter::GetMutex());
     Cfg::SaveDocument();
-    QDomDocument* document = Document();
+    CfgXmlTree* document = Document();
     if (!document) {
         _Q_Trace(m_sFileName + QStringLiteral(" is not open; nothing saved"), __FILE__, __LINE__);
         return;
@@ -1159,7 +1278,7 @@ void CfgXml::SaveDocument()
     bool complete = true;
     try {
         for (const DetachedView& view : detached)
-            complete = WriteSideView(view, view.element.tagName()) && complete;
+            complete = WriteSideView(view, document->NodeName(view.element)) && complete;
         UseStandardDeclaration(*document, m_pData->lookup);
         QByteArray bytes = Serialise(*document);
         if (UsageIs({CfgCenter::USAGE_1, CfgCenter::USAGE_3}))
@@ -1241,12 +1360,13 @@ std::list<CfgXml::DetachedView> CfgXml::DetachSideViews()
     std::list<DetachedView> detached;
     if (!UsesSideFiles())
         return detached;
-    QDomElement root = Document()->documentElement();
+    const CfgXmlTree& tree = *Document();
+    const Node root = tree.DocumentElement();
     for (const auto& side : {std::make_pair(VIEW_User, QStringLiteral("usr")),
                              std::make_pair(VIEW_Export, QStringLiteral("exp"))}) {
         const QString fileName = SideFileName(side.second);
-        const QDomElement view = root.firstChildElement(GetViewAsString(side.first));
-        if (fileName.isEmpty() || view.isNull())
+        const Node view = tree.FirstChildElement(root, tree.FindName(GetViewAsString(side.first)));
+        if (fileName.isEmpty() || view == NONE)
             continue;
         m_pData->lookup.Remove(view);
         detached.push_back({view, fileName});
@@ -1259,11 +1379,10 @@ bool CfgXml::WriteSideView(const DetachedView& view, const QString& viewName)
 {
     const bool isExport = viewName == GetViewAsString(VIEW_Export);
     QByteArray bytes;
-    if (view.element.hasChildNodes()) {
-        QDomDocument side;
-        side.setContent(QByteArray(SIDE_SKELETON));
-        side.documentElement().appendChild(side.importNode(view.element, true));
-        bytes = Serialise(side);
+    if (Document()->HasChildren(view.element)) {
+        const std::unique_ptr<CfgXmlTree> side = TemplateDocument(SIDE_SKELETON);
+        side->Append(side->DocumentElement(), side->Import(*Document(), view.element));
+        bytes = Serialise(*side);
     } else if (QFile::exists(view.fileName)) {
         bytes = isExport ? EXPORT_TEMPLATE : USER_TEMPLATE;
     } else {
@@ -1288,7 +1407,7 @@ void CfgXml::GraftBack(std::list<DetachedView>& views)
 {
     if (views.empty())
         return;
-    QDomElement root = Document()->documentElement();
+    const Node root = Document()->DocumentElement();
     for (DetachedView& view : views)
         m_pData->lookup.Append(root, view.element);
     views.clear();
@@ -1299,74 +1418,83 @@ void CfgXml::GraftBack(std::list<DetachedView>& views)
 QByteArray CfgXml::GetCfgAsStringFromApp(const QString& appKey)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
-    QDomDocument exchange;
-    exchange.appendChild(exchange.createProcessingInstruction(XML_DECLARATION_TARGET, NEW_DECLARATION));
-    QDomElement exchangeRoot = exchange.createElement(ROOT_TAG);
-    exchangeRoot.setAttribute(VERSION_TAG, GetVersion());
-    exchange.appendChild(exchangeRoot);
-    if (Document() && !appKey.isEmpty()) {
-        const QDomElement root = Document()->documentElement();
+    const std::unique_ptr<CfgXmlTree> exchange = NewDocument(false);
+    const Node exchangeRoot = exchange->CreateElement(ROOT_TAG);
+    exchange->SetAttribute(exchangeRoot, VERSION_TAG, GetVersion());
+    exchange->Append(exchange->Document(), exchangeRoot);
+    if (const CfgXmlTree* document = Document(); document && !appKey.isEmpty()) {
+        const Node root = document->DocumentElement();
         for (const View view : {VIEW_System, VIEW_Domain, VIEW_Machine, VIEW_User, VIEW_Export}) {
             const QString viewName = GetViewAsString(view);
-            const QDomElement app = root.firstChildElement(viewName).firstChildElement(appKey);
-            if (app.isNull())
+            const Node app = document->FirstChildElement(
+                document->FirstChildElement(root, document->FindName(viewName)), document->FindName(appKey));
+            if (app == NONE)
                 continue;
-            QDomElement exchangeView = exchange.createElement(viewName);
-            exchangeView.appendChild(exchange.importNode(app, true));
-            exchangeRoot.appendChild(exchangeView);
+            const Node exchangeView = exchange->CreateElement(viewName);
+            exchange->Append(exchangeView, exchange->Import(*document, app));
+            exchange->Append(exchangeRoot, exchangeView);
         }
     }
-    return Serialise(exchange);
+    return Serialise(*exchange);
 }
 
 namespace {
 
-void MergeValue(const QDomElement& source, QDomElement target, DomLookup& model)
+// A document and an incoming one merged into it.
+struct Merge
 {
-    const QString text = FirstTextChild(source).data();
-    QDomText targetText = FirstTextChild(target);
-    if (targetText.isNull()) {
-        targetText =
-            model.InsertBefore(target, target.ownerDocument().createTextNode(text), target.firstChild())
-                .toText();
-        model.Changed();
-        ApplyStamp(targetText, CfgXml::TS_Advance, false);
-    } else if (targetText.data() != text) {
-        model.SetText(targetText, text);
-        ApplyStamp(targetText, CfgXml::TS_Advance, false);
-    }
-    for (const QString& attribute : {CfgXml::TYPE, CfgXml::PROTECTED}) {
-        if (source.hasAttribute(attribute))
-            model.SetAttribute(target, attribute, source.attribute(attribute));
-    }
-}
+    const CfgXmlTree& source;
+    CfgXmlTree& target;
+    TreeModel& model;
 
-void MergeChildren(const QDomElement& source, QDomElement target, DomLookup& model)
-{
-    std::vector<std::pair<QDomElement, QDomElement>> pending{{source, target}};
-    while (!pending.empty()) {
-        auto pair = pending.back();
-        pending.pop_back();
-        for (QDomElement child = pair.first.firstChildElement(); !child.isNull();
-             child = child.nextSiblingElement()) {
-            QDomElement existing = pair.second.firstChildElement(child.tagName());
-            if (existing.isNull())
-                model.Append(pair.second, pair.second.ownerDocument().importNode(child, true));
-            else if (IsValue(child))
-                MergeValue(child, existing, model);
-            else
-                pending.emplace_back(child, existing);
+    void Value(Node from, Node into)
+    {
+        const QString text = source.TextOf(from);
+        const Node targetText = target.FirstTextChild(into);
+        if (targetText == NONE) {
+            const Node created = target.CreateText(text);
+            model.InsertBefore(into, created, target.FirstChild(into));
+            model.Changed();
+            ApplyStamp(target, created, CfgXml::TS_Advance, false);
+        } else if (!target.DataEquals(targetText, text)) {
+            model.SetText(targetText, text);
+            ApplyStamp(target, targetText, CfgXml::TS_Advance, false);
+        }
+        for (const QString& attribute : {CfgXml::TYPE, CfgXml::PROTECTED}) {
+            const CfgXmlTree::Name name = source.FindName(attribute);
+            if (source.HasAttribute(from, name))
+                model.SetAttribute(into, attribute, source.Attribute(from, name));
         }
     }
-}
+
+    void Children(Node from, Node into)
+    {
+        std::vector<std::pair<Node, Node>> pending{{from, into}};
+        while (!pending.empty()) {
+            const auto [sourceParent, targetParent] = pending.back();
+            pending.pop_back();
+            for (Node child = source.FirstChildElement(sourceParent); child != NONE;
+                 child = source.NextSiblingElement(child)) {
+                const Node existing =
+                    target.FirstChildElement(targetParent, target.FindName(source.NodeName(child)));
+                if (existing == NONE)
+                    model.Append(targetParent, target.Import(source, child));
+                else if (IsValue(source, child))
+                    Value(child, existing);
+                else
+                    pending.emplace_back(child, existing);
+            }
+        }
+    }
+};
 
 } // namespace
 
 void CfgXml::MergeCfgFromStringAndApp(const QByteArray& bytes, const QString& appKey)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
-    auto incoming = std::make_unique<QDomDocument>();
-    const ParseResult result = Parse(*incoming, bytes);
+    CfgXmlTree incoming;
+    const ParseResult result = Parse(incoming, bytes);
     if (!result.ok) {
         const QString directory = QFileInfo(m_sFileName).absolutePath();
         QFile diagnosis;
@@ -1387,21 +1515,21 @@ void CfgXml::MergeCfgFromStringAndApp(const QByteArray& bytes, const QString& ap
     }
     if (!Document() || appKey.isEmpty())
         return;
-    QDomElement root = Document()->documentElement();
-    const QDomElement incomingRoot = incoming->documentElement();
-    for (QDomElement view = incomingRoot.firstChildElement(); !view.isNull();
-         view = view.nextSiblingElement()) {
-        const QDomElement app = view.firstChildElement(appKey);
-        QDomElement targetView = root.firstChildElement(view.tagName());
-        if (app.isNull() || targetView.isNull())
+    CfgXmlTree& tree = *Document();
+    const Node root = tree.DocumentElement();
+    Merge merge{incoming, tree, m_pData->lookup};
+    for (Node view = incoming.FirstChildElement(incoming.DocumentElement()); view != NONE;
+         view = incoming.NextSiblingElement(view)) {
+        const Node app = incoming.FirstChildElement(view, incoming.FindName(appKey));
+        const Node targetView = tree.FirstChildElement(root, tree.FindName(incoming.NodeName(view)));
+        if (app == NONE || targetView == NONE)
             continue;
-        QDomElement targetApp = targetView.firstChildElement(appKey);
-        if (targetApp.isNull())
-            m_pData->lookup.Append(targetView, Document()->importNode(app, true));
+        const Node targetApp = tree.FirstChildElement(targetView, tree.FindName(appKey));
+        if (targetApp == NONE)
+            m_pData->lookup.Append(targetView, tree.Import(incoming, app));
         else
-            MergeChildren(app, targetApp, m_pData->lookup);
+            merge.Children(app, targetApp);
     }
-    m_pData->mergeDocument = std::move(incoming);
     m_pData->lookup.ForgetAll();
     m_pData->lookup.ForgetStamps();
 }
@@ -1416,24 +1544,48 @@ void CfgXml::DropActiveConfiguration()
     }
 }
 
-QDomElement CfgXml::UserElement()
+CfgXml::TreeNode CfgXml::UserElement()
 {
-    if (!Document())
-        return QDomElement();
-    return Document()->documentElement().firstChildElement(GetViewAsString(VIEW_User));
+    const CfgXmlTree* tree = Document();
+    if (!tree)
+        return NONE;
+    return tree->FirstChildElement(tree->DocumentElement(), tree->FindName(GetViewAsString(VIEW_User)));
 }
 
-QDomElement CfgXml::LoginUserElement()
+namespace {
+
+// The child elements named `name` whose "nodeType" is `nodeType`, in order.
+template <typename Visit>
+void ForEachMarkedChild(const CfgXmlTree& tree, Node parent, const QString& name, const QString& nodeType,
+                        Visit visit)
 {
-    if (s_sUserSubkey.isEmpty())
-        return QDomElement();
-    const QDomElement container = UserElement().firstChildElement(SUBKEY_CONTAINER);
-    for (QDomElement child = container.firstChildElement(s_sUserSubkey); !child.isNull();
-         child = child.nextSiblingElement(s_sUserSubkey)) {
-        if (child.attribute(NODE_TYPE) == LOGIN_USER)
-            return child;
+    const CfgXmlTree::Name id = tree.FindName(name);
+    const CfgXmlTree::Name marker = tree.FindName(CfgXml::NODE_TYPE);
+    for (Node child = tree.FirstChildElement(parent, id); child != NONE; child = tree.NextSiblingElement(child, id)) {
+        if (tree.AttributeEquals(child, marker, nodeType) && !visit(child))
+            return;
     }
-    return QDomElement();
+}
+
+Node FirstMarkedChild(const CfgXmlTree& tree, Node parent, const QString& name, const QString& nodeType)
+{
+    Node found = NONE;
+    ForEachMarkedChild(tree, parent, name, nodeType, [&found](Node child) {
+        found = child;
+        return false;
+    });
+    return found;
+}
+
+} // namespace
+
+CfgXml::TreeNode CfgXml::LoginUserElement()
+{
+    if (s_sUserSubkey.isEmpty() || !Document())
+        return NONE;
+    const CfgXmlTree& tree = *Document();
+    const Node container = tree.FirstChildElement(UserElement(), tree.FindName(SUBKEY_CONTAINER));
+    return FirstMarkedChild(tree, container, s_sUserSubkey, LOGIN_USER);
 }
 
 void CfgXml::SetUserViewSubkey(const QString& subkey)
@@ -1453,7 +1605,8 @@ void CfgXml::SetUserViewSubkey(const QString& subkey)
     // the plain user view.
     if (Document())
         CfgXml(this, CfgCenter::GetAppName(), VIEW_User).GetNode(QString(), VIEW_User, false);
-    const QString active = LoginUserElement().attribute(ACTIVE_USER);
+    const Node login = LoginUserElement();
+    const QString active = login == NONE ? QString() : Document()->Attribute(login, Document()->FindName(ACTIVE_USER));
     if (!active.isEmpty()) {
         s_addtionalSubkeys.push_front(active);
         ++s_partitionChanges;
@@ -1475,10 +1628,10 @@ void CfgXml::SetAdditionalUserViewSubkey(const std::list<QString>& subkeys)
     // marked yet becomes a partition ("nodeType"="addSubKey"). Partitions the
     // list does not name are kept: they hold other named configurations.
     CfgXml(this, QString(), VIEW_User).GetNode(QString(), VIEW_User, false);
-    QDomElement partition = LoginUserElement();
+    Node partition = LoginUserElement();
     for (const QString& subkey : s_addtionalSubkeys) {
         partition = m_pData->lookup.FirstChildElementNamed(partition, subkey);
-        if (partition.isNull())
+        if (partition == NONE)
             break;
         m_pData->lookup.SetAttribute(partition, NODE_TYPE, ADD_SUB_KEY);
     }
@@ -1510,20 +1663,14 @@ void CfgXml::SaveConfigurationName(const QString& name)
     s_addtionalSubkeys.push_front(key);
     ++s_partitionChanges;
     s_sLastConfiguration = key;
-    QDomElement user = LoginUserElement();
-    if (user.isNull())
+    const Node user = LoginUserElement();
+    if (user == NONE)
         return;
-    QDomElement configuration;
-    for (QDomElement child = user.firstChildElement(key); !child.isNull();
-         child = child.nextSiblingElement(key)) {
-        if (child.attribute(NODE_TYPE) == ADD_SUB_KEY) {
-            configuration = child;
-            break;
-        }
-    }
-    if (configuration.isNull()) {
-        configuration = Document()->createElement(key);
-        configuration.setAttribute(NODE_TYPE, ADD_SUB_KEY);
+    CfgXmlTree& tree = *Document();
+    Node configuration = FirstMarkedChild(tree, user, key, ADD_SUB_KEY);
+    if (configuration == NONE) {
+        configuration = tree.CreateElement(key);
+        tree.SetAttribute(configuration, NODE_TYPE, ADD_SUB_KEY);
         m_pData->lookup.Append(user, configuration);
     }
     m_pData->lookup.SetAttribute(configuration, USER_CONFIGURATION, ACTIVE);
@@ -1547,8 +1694,10 @@ void CfgXml::RenameConfigurationName(const QString& from, const QString& to)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     CheckConfigurationName(to, QStringLiteral("RenameConfigurationName"));
-    QDomElement configuration = LoginUserElement().firstChildElement(UC_PREFIX + from);
-    if (configuration.isNull())
+    const Node user = LoginUserElement();
+    const Node configuration =
+        user == NONE ? NONE : Document()->FirstChildElement(user, Document()->FindName(UC_PREFIX + from));
+    if (configuration == NONE)
         return;
     m_pData->lookup.Rename(configuration, UC_PREFIX + to);
     if (s_sLastConfiguration == UC_PREFIX + from) {
@@ -1564,15 +1713,12 @@ void CfgXml::DeleteConfigurationName(const QString& name)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     const QString key = UC_PREFIX + name;
-    QDomElement user = LoginUserElement();
-    for (QDomElement child = user.firstChildElement(key); !child.isNull();
-         child = child.nextSiblingElement(key)) {
-        if (child.attribute(NODE_TYPE) != ADD_SUB_KEY)
-            continue;
-        m_pData->lookup.SetAttribute(child, USER_CONFIGURATION, DELETE_MARK);
+    const Node user = LoginUserElement();
+    const Node configuration = user == NONE ? NONE : FirstMarkedChild(*Document(), user, key, ADD_SUB_KEY);
+    if (configuration != NONE) {
+        m_pData->lookup.SetAttribute(configuration, USER_CONFIGURATION, DELETE_MARK);
         SaveThroughCentre();
-        m_pData->lookup.Remove(child);
-        break;
+        m_pData->lookup.Remove(configuration);
     }
     m_pData->lookup.ForgetAll();
 }
@@ -1595,8 +1741,8 @@ void CfgXml::LoadConfigurationName(const QString& name)
     s_sLastConfiguration = key;
     m_pData->lookup.ForgetAll();
     CfgCenter::ReLoadUserConfig();
-    const QDomElement user = LoginUserElement();
-    if (!user.isNull())
+    const Node user = LoginUserElement();
+    if (user != NONE)
         m_pData->lookup.SetAttribute(user, ACTIVE_USER, key);
 }
 
@@ -1604,10 +1750,15 @@ std::list<QString> CfgXml::GetUserConfigurations()
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     std::list<QString> names;
-    const QDomElement user = LoginUserElement();
-    for (QDomElement child = user.firstChildElement(); !child.isNull(); child = child.nextSiblingElement()) {
-        if (child.attribute(NODE_TYPE) == ADD_SUB_KEY && child.attribute(USER_CONFIGURATION) == ACTIVE)
-            names.push_back(child.tagName().mid(UC_PREFIX.size()));
+    const Node user = LoginUserElement();
+    if (user == NONE)
+        return names;
+    const CfgXmlTree& tree = *Document();
+    const CfgXmlTree::Name marker = tree.FindName(NODE_TYPE);
+    const CfgXmlTree::Name state = tree.FindName(USER_CONFIGURATION);
+    for (Node child = tree.FirstChildElement(user); child != NONE; child = tree.NextSiblingElement(child)) {
+        if (tree.AttributeEquals(child, marker, ADD_SUB_KEY) && tree.AttributeEquals(child, state, ACTIVE))
+            names.push_back(tree.NodeName(child).mid(UC_PREFIX.size()));
     }
     return names;
 }
@@ -1616,11 +1767,14 @@ std::list<QString> CfgXml::GetUsers()
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     std::list<QString> users;
-    const QDomElement container = UserElement().firstChildElement(SUBKEY_CONTAINER);
-    for (QDomElement child = container.firstChildElement(); !child.isNull();
-         child = child.nextSiblingElement()) {
-        if (child.attribute(NODE_TYPE) == LOGIN_USER)
-            users.push_back(child.tagName());
+    const CfgXmlTree* tree = Document();
+    if (!tree)
+        return users;
+    const Node container = tree->FirstChildElement(UserElement(), tree->FindName(SUBKEY_CONTAINER));
+    const CfgXmlTree::Name marker = tree->FindName(NODE_TYPE);
+    for (Node child = tree->FirstChildElement(container); child != NONE; child = tree->NextSiblingElement(child)) {
+        if (tree->AttributeEquals(child, marker, LOGIN_USER))
+            users.push_back(tree->NodeName(child));
     }
     return users;
 }
@@ -1628,21 +1782,22 @@ std::list<QString> CfgXml::GetUsers()
 void CfgXml::DeleteUser(const QString& name)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
-    QDomElement container = UserElement().firstChildElement(SUBKEY_CONTAINER);
-    for (QDomElement child = container.firstChildElement(name); !child.isNull();
-         child = child.nextSiblingElement(name)) {
-        if (child.attribute(NODE_TYPE) == LOGIN_USER) {
-            m_pData->lookup.Remove(child);
-            m_pData->lookup.ForgetAll();
-            return;
-        }
+    const CfgXmlTree* tree = Document();
+    if (!tree)
+        return;
+    const Node container = tree->FirstChildElement(UserElement(), tree->FindName(SUBKEY_CONTAINER));
+    const Node user = FirstMarkedChild(*tree, container, name, LOGIN_USER);
+    if (user != NONE) {
+        m_pData->lookup.Remove(user);
+        m_pData->lookup.ForgetAll();
     }
 }
 
 QString CfgXml::GetActiveUserConfiguraton()
 {
     QMutexLocker locker(CfgCenter::GetMutex());
-    QString active = LoginUserElement().attribute(ACTIVE_USER);
+    const Node user = LoginUserElement();
+    QString active = user == NONE ? QString() : Document()->Attribute(user, Document()->FindName(ACTIVE_USER));
     if (active.startsWith(UC_PREFIX))
         active.remove(0, UC_PREFIX.size());
     return active;

@@ -11,6 +11,7 @@
 #include <memory>
 
 struct CfgXmlData;
+class CfgXmlTree;
 
 /// The XML configuration backend: a whole document kept in memory as a DOM
 /// and written back with a crash-safe file rotation.
@@ -212,37 +213,39 @@ protected:
     QString GetVersion() override;
 
 private:
+    /// A node of the document tree (CfgXmlTree::Node).
+    using TreeNode = quint32;
+
     struct DetachedView
     {
-        QDomElement element;
+        TreeNode element;
         QString fileName;
     };
 
-    QDomDocument* Document() const;
-    QDomNode GetNode(const QString& path, View view, bool create) const;
-    QDomElement GetCfgElem(View view, bool create) const;
-    QDomElement ViewElement(const QDomElement& root, View view) const;
-    QDomElement UserPartition(QDomElement user) const;
-    QDomElement ChildForWalk(QDomElement parent, const QString& name, bool create) const;
+    CfgXmlTree* Document() const;
+    TreeNode GetNode(QStringView path, View view, bool create) const;
+    TreeNode ViewElement(TreeNode root, View view) const;
+    TreeNode UserPartition(TreeNode user) const;
+    TreeNode ChildForWalk(TreeNode parent, QStringView name, bool create) const;
     [[noreturn]] void FailWalk(const QString& problem, int line) const;
-    QDomElement FindValue(const QString& name, View view, bool create) const;
-    QDomElement FindValueToRead(const QString& name, View view) const;
-    QDomElement SetStringImplPrivate(const QString& name, const QString& value, View view,
-                                     const QString& operation);
+    TreeNode FindValue(const QString& name, View view, bool create) const;
+    TreeNode FindValueToRead(const QString& name, View view) const;
+    TreeNode SetStringImplPrivate(const QString& name, const QString& value, View view,
+                                  const QString& operation);
     void SetValueAndType(const QString& name, const QString& value, const QString& type, View view,
                          const QString& operation);
     bool FindInvalidNodeName(View view, QString* invalid) const;
-    void Stamp(const QDomNode& node, int mode, bool recursive) const;
-    void StampSubTree(const QDomNode& node) const;
-    void AdvanceStamp(const QDomNode& node) const;
+    void Stamp(TreeNode node, int mode, bool recursive) const;
+    void StampSubTree(TreeNode node) const;
+    void AdvanceStamp(TreeNode node) const;
 
     void OpenUserOnlyDocument();
     void HandleMissingFile();
     QByteArray ReadOrCreateFile();
     bool ParseMainFile(const QByteArray& bytes, bool restoreAllowed);
-    void ValidateViews(const QDomElement& root);
+    void ValidateViews(TreeNode root);
     void GraftSideView(const QString& viewName, const QString& fileName, const char* emptyTemplate);
-    QDomElement ReadSideView(const QString& fileName, const QString& viewName, const char* emptyTemplate);
+    TreeNode ReadSideView(const QString& fileName, const QString& viewName, const char* emptyTemplate);
     bool UsesSideFiles() const;
     QString SideFileName(const QString& tag) const;
     QString DataDirectory() const;
@@ -254,8 +257,8 @@ private:
     void RememberSaved();
     void GraftBack(std::list<DetachedView>& views);
 
-    QDomElement UserElement();
-    QDomElement LoginUserElement();
+    TreeNode UserElement();
+    TreeNode LoginUserElement();
     void DropActiveConfiguration();
     static void CheckConfigurationName(const QString& name, const QString& operation);
     void SaveThroughCentre();

@@ -6,6 +6,7 @@
 #include "kvbase/zentos.h"
 
 #include <QDateTime>
+#include <QDomDocument>
 #include <QFile>
 #include <QFileInfo>
 #include <QThread>
@@ -14,173 +15,160 @@
 #include <cerrno>
 #include <cstring>
 
-// ---------------------------------------------------------------- DomLookup
+// ---------------------------------------------------------------- TreeModel
 
-DomLookup::ChildIndex* DomLookup::IndexOf(const QDomNode& parent)
+TreeModel::ChildIndex* TreeModel::IndexOf(Node parent)
 {
-    const void* key = DomNodeKey::Of(parent);
-    auto it = m_children.find(key);
+    auto it = m_children.find(parent);
     if (it != m_children.end())
         return &it.value();
     int count = 0;
-    for (QDomNode child = parent.firstChild(); !child.isNull() && count < INDEX_THRESHOLD;
-         child = child.nextSibling())
+    for (Node child = m_tree->FirstChild(parent); child != CfgXmlTree::NONE && count < INDEX_THRESHOLD;
+         child = m_tree->NextSibling(child))
         ++count;
     if (count < INDEX_THRESHOLD)
         return nullptr;
     ChildIndex index;
-    index.parent = parent;
-    for (QDomNode child = parent.firstChild(); !child.isNull(); child = child.nextSibling()) {
-        const QString name = child.nodeName();
+    for (Node child = m_tree->FirstChild(parent); child != CfgXmlTree::NONE; child = m_tree->NextSibling(child)) {
+        const CfgXmlTree::Name name = m_tree->NameOf(child);
         if (!index.firstByName.contains(name))
             index.firstByName.insert(name, child);
     }
-    return &m_children.insert(key, index).value();
+    return &m_children.insert(parent, index).value();
 }
 
-QDomNode DomLookup::FirstChildNamed(const QDomNode& parent, const QString& name)
+TreeModel::Node TreeModel::FirstChildNamed(Node parent, QStringView name)
 {
-    if (parent.isNull())
-        return QDomNode();
-    const auto indexed = m_children.find(DomNodeKey::Of(parent));
-    if (indexed != m_children.end())
-        return indexed->firstByName.value(name);
+    if (parent == CfgXmlTree::NONE)
+        return CfgXmlTree::NONE;
+    const CfgXmlTree::Name id = m_tree->FindName(name);
+    if (id == CfgXmlTree::NO_NAME)
+        return CfgXmlTree::NONE;
+    const auto indexed = m_children.constFind(parent);
+    if (indexed != m_children.constEnd())
+        return indexed->firstByName.value(id, CfgXmlTree::NONE);
     // Scanned while it looks small; a crowded parent gets its index.
     int count = 0;
-    for (QDomNode child = parent.firstChild(); !child.isNull(); child = child.nextSibling()) {
+    for (Node child = m_tree->FirstChild(parent); child != CfgXmlTree::NONE; child = m_tree->NextSibling(child)) {
         if (++count >= INDEX_THRESHOLD)
-            return IndexOf(parent)->firstByName.value(name);
-        if (child.nodeName() == name)
+            return IndexOf(parent)->firstByName.value(id, CfgXmlTree::NONE);
+        if (m_tree->NameOf(child) == id)
             return child;
     }
-    return QDomNode();
+    return CfgXmlTree::NONE;
 }
 
-QDomElement DomLookup::FirstChildElementNamed(const QDomNode& parent, const QString& name)
+TreeModel::Node TreeModel::FirstChildElementNamed(Node parent, QStringView name)
 {
-    const QDomNode first = FirstChildNamed(parent, name);
-    if (first.isNull() || first.isElement())
-        return first.toElement();
+    const Node first = FirstChildNamed(parent, name);
+    if (first == CfgXmlTree::NONE || m_tree->IsElement(first))
+        return first;
     // Only a processing instruction can share a tag's name; rare enough to scan.
-    return parent.firstChildElement(name);
+    return m_tree->NextSiblingElement(first, m_tree->NameOf(first));
 }
 
-QDomNode DomLookup::Append(QDomNode parent, const QDomNode& child)
+void TreeModel::Append(Node parent, Node child)
 {
     ++m_changes;
     ++m_structureChanges;
-    QDomNode appended = parent.appendChild(child);
-    auto it = m_children.find(DomNodeKey::Of(parent));
-    if (it == m_children.end() || appended.isNull())
-        return appended;
-    if (!it->firstByName.contains(appended.nodeName()))
-        it->firstByName.insert(appended.nodeName(), appended);
+    m_tree->Append(parent, child);
+    auto it = m_children.find(parent);
+    if (it == m_children.end())
+        return;
+    if (!it->firstByName.contains(m_tree->NameOf(child)))
+        it->firstByName.insert(m_tree->NameOf(child), child);
     ForgetListings(parent);
-    return appended;
 }
 
-QDomNode DomLookup::InsertBefore(QDomNode parent, const QDomNode& child, const QDomNode& before)
+void TreeModel::InsertBefore(Node parent, Node child, Node before)
 {
-    if (before.isNull())
+    if (before == CfgXmlTree::NONE)
         return Append(parent, child);
-    const QDomNode inserted = parent.insertBefore(child, before);
-    ForgetChildren(parent);
-    return inserted;
-}
-
-void DomLookup::Remove(const QDomNode& child)
-{
-    QDomNode parent = child.parentNode();
-    if (parent.isNull())
-        return;
-    parent.removeChild(child);
+    m_tree->InsertBefore(parent, child, before);
     ForgetChildren(parent);
 }
 
-void DomLookup::Replace(const QDomNode& newChild, const QDomNode& oldChild)
+void TreeModel::Remove(Node child)
 {
-    QDomNode parent = oldChild.parentNode();
-    if (parent.isNull())
+    const Node parent = m_tree->Parent(child);
+    if (parent == CfgXmlTree::NONE)
         return;
-    parent.replaceChild(newChild, oldChild);
+    m_tree->Unlink(child);
     ForgetChildren(parent);
 }
 
-void DomLookup::Rename(QDomElement element, const QString& name)
+void TreeModel::Replace(Node newChild, Node oldChild)
 {
-    if (element.tagName() == name)
+    const Node parent = m_tree->Parent(oldChild);
+    if (parent == CfgXmlTree::NONE)
         return;
-    element.setTagName(name);
-    ForgetChildren(element.parentNode());
+    m_tree->Replace(oldChild, newChild);
+    ForgetChildren(parent);
 }
 
-void DomLookup::SetAttribute(QDomElement element, const QString& name, const QString& value)
+void TreeModel::Rename(Node element, const QString& name)
 {
-    if (element.hasAttribute(name) && element.attribute(name) == value)
+    const CfgXmlTree::Name id = m_tree->Intern(name);
+    if (m_tree->NameOf(element) == id)
         return;
-    ++m_changes;
-    element.setAttribute(name, value);
+    m_tree->Rename(element, id);
+    const Node parent = m_tree->Parent(element);
+    if (parent != CfgXmlTree::NONE)
+        ForgetChildren(parent);
+    else
+        ++m_changes;
 }
 
-void DomLookup::RemoveAttribute(QDomElement element, const QString& name)
+void TreeModel::SetAttribute(Node element, const QString& name, const QString& value)
 {
-    if (!element.hasAttribute(name))
-        return;
-    ++m_changes;
-    element.removeAttribute(name);
+    if (m_tree->SetAttribute(element, name, value))
+        ++m_changes;
 }
 
-void DomLookup::SetText(QDomText text, const QString& value)
+void TreeModel::SetText(Node text, const QString& value)
 {
-    if (text.data() == value)
-        return;
-    ++m_changes;
-    text.setData(value);
+    if (m_tree->SetData(text, value))
+        ++m_changes;
 }
 
-DomLookup::Listing* DomLookup::ListingOf(const QDomNode& parent, ListingKind kind)
+TreeModel::Listing* TreeModel::ListingOf(Node parent, ListingKind kind)
 {
     ChildIndex* index = IndexOf(parent);
     return index ? &index->listings[kind] : nullptr;
 }
 
-void DomLookup::ForgetListings(const QDomNode& parent)
+void TreeModel::ForgetListings(Node parent)
 {
     ++m_changes;
     ++m_structureChanges;
-    auto it = m_children.find(DomNodeKey::Of(parent));
+    auto it = m_children.find(parent);
     if (it == m_children.end())
         return;
     it->listings[Values] = Listing();
     it->listings[SubConfigurations] = Listing();
 }
 
-void DomLookup::ForgetChildren(const QDomNode& parent)
+void TreeModel::ForgetChildren(Node parent)
 {
     ++m_changes;
     ++m_structureChanges;
-    m_children.remove(DomNodeKey::Of(parent));
+    m_children.remove(parent);
 }
 
-void DomLookup::ForgetAll()
+void TreeModel::ForgetAll()
 {
     ++m_changes;
     ++m_structureChanges;
     m_children.clear();
 }
 
-bool DomLookup::IsStamped(const QDomNode& node) const
-{
-    return m_stamped.contains(DomNodeKey::Of(node));
-}
-
-void DomLookup::MarkStamped(const QDomNode& node)
+void TreeModel::MarkStamped(Node node)
 {
     ++m_changes;
-    m_stamped.insert(DomNodeKey::Of(node), node);
+    m_stamped.insert(node);
 }
 
-void DomLookup::ForgetStamps()
+void TreeModel::ForgetStamps()
 {
     ++m_changes;
     m_stamped.clear();
@@ -439,21 +427,27 @@ bool CheckGuards(const QByteArray& bytes, GuardProblem& problem)
 
 } // namespace
 
-bool CfgXmlFile::Parse(QDomDocument& document, const QByteArray& bytes, QString* message, int* line,
+bool CfgXmlFile::Parse(CfgXmlTree& document, const QByteArray& bytes, QString* message, int* line,
                        int* column)
 {
     GuardProblem problem;
     if (bytes.size() > MAX_FILE_SIZE) {
         problem.message = QStringLiteral("file too large");
+    } else if (CfgXmlReader::ReadPlain(bytes, MAX_NESTING, document, MAX_ELEMENTS)) {
+        // Plain documents within the limits are read by our own reader, which
+        // checks the limits as it goes and declines document types with an
+        // internal subset, the only place entities could be declared.
+        return true;
     } else if ((IsShallow(bytes, MAX_NESTING) && bytes.count('<') <= MAX_ELEMENTS) ||
                CheckGuards(bytes, problem)) {
-        // Plain documents are read by our own reader, which builds the same
-        // tree much faster; Qt's parser decides on everything else and words
-        // the errors. The exact guard check runs only where the quick scans
-        // cannot vouch for the document.
-        if (CfgXmlReader::ReadPlain(bytes, MAX_NESTING, document))
-            return true;
-        return document.setContent(bytes, message, line, column);
+        // Qt's parser decides on everything else and words the errors. The
+        // exact guard check runs only where the quick scans cannot vouch for
+        // the document.
+        QDomDocument parsed;
+        if (!parsed.setContent(bytes, message, line, column))
+            return false;
+        CfgXmlTree::FromDom(parsed, document);
+        return true;
     }
     if (message)
         *message = problem.message;
@@ -553,12 +547,30 @@ bool StartsAt(const QByteArray& bytes, int at, const char* text)
     return bytes.size() - at >= length && memcmp(bytes.constData() + at, text, size_t(length)) == 0;
 }
 
+// A document type without an internal subset cannot declare entities. One
+// with brackets or quoted identifiers (where a '>' might hide) gets the exact
+// check.
+bool HasOnlyPlainDocumentTypes(const QByteArray& bytes)
+{
+    for (int at = bytes.indexOf("<!DOCTYPE"); at >= 0; at = bytes.indexOf("<!DOCTYPE", at + 1)) {
+        const int end = bytes.indexOf('>', at);
+        if (end < 0)
+            return false;
+        for (int i = at; i < end; ++i) {
+            const char c = bytes.at(i);
+            if (c == '[' || c == '"' || c == '\'')
+                return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 bool CfgXmlFile::IsShallow(const QByteArray& bytes, int limit)
 {
     const int start = bytes.startsWith("\xEF\xBB\xBF") ? 3 : 0;
-    if (bytes.left(4).contains('\0') || bytes.contains("<!DOCTYPE") ||
+    if (bytes.left(4).contains('\0') || !HasOnlyPlainDocumentTypes(bytes) ||
         !HasAsciiCompatibleDeclaration(bytes, start))
         return false;
     int depth = 0;

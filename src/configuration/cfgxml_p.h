@@ -1,26 +1,15 @@
 #ifndef CONFIGURATION_CFGXML_P_H
 #define CONFIGURATION_CFGXML_P_H
 
+#include "configuration/cfgxmltree_p.h"
+
 #include <QByteArray>
-#include <QDomDocument>
-#include <QDomElement>
 #include <QFile>
 #include <QHash>
+#include <QSet>
 #include <QString>
 #include <memory>
 #include <vector>
-
-/// Identity of a DOM node: the address of its shared private part, which is
-/// the same for every QDomNode handle of that node.
-class DomNodeKey : public QDomNode
-{
-public:
-    static const void* Of(const QDomNode& node)
-    {
-        QDomNodePrivate* QDomNode::*implMember = &DomNodeKey::impl;
-        return node.*implMember;
-    }
-};
 
 /// The model of one in-memory document: every edit of the document goes
 /// through it, and it keeps the lookup structures that let reads stay fast on
@@ -35,36 +24,39 @@ public:
 /// kept up to date for appended children and dropped for a parent whose
 /// children are removed, renamed or moved. The stamped set remembers nodes
 /// whose whole sub-tree is known to carry time stamps, so that the stamping of
-/// every walk does not visit the sub-tree again. Every entry holds the node it
-/// describes, so a node's identity cannot be reused while it is listed.
-class DomLookup
+/// every walk does not visit the sub-tree again. Nodes of a tree are never
+/// reused, so an entry can never come to describe another node.
+class TreeModel
 {
 public:
-    /// The first child of `parent` whose node name is `name`; null when none.
-    QDomNode FirstChildNamed(const QDomNode& parent, const QString& name);
-    /// The first child element of `parent` with tag `name`; null when none.
-    QDomElement FirstChildElementNamed(const QDomNode& parent, const QString& name);
-    /// Appends `child` to `parent` and records it.
-    QDomNode Append(QDomNode parent, const QDomNode& child);
-    /// Inserts `child` before `before` (at the end when null).
-    QDomNode InsertBefore(QDomNode parent, const QDomNode& child, const QDomNode& before);
+    using Node = CfgXmlTree::Node;
+
+    /// The tree the model edits; null while no document is open.
+    void Attach(CfgXmlTree* tree) { m_tree = tree; }
+
+    /// The first child of `parent` whose node name is `name`; NONE when none.
+    Node FirstChildNamed(Node parent, QStringView name);
+    /// The first child element of `parent` with tag `name`; NONE when none.
+    Node FirstChildElementNamed(Node parent, QStringView name);
+    /// Appends the unlinked `child` to `parent` and records it.
+    void Append(Node parent, Node child);
+    /// Inserts `child` before `before` (at the end when NONE).
+    void InsertBefore(Node parent, Node child, Node before);
     /// Removes `child` from its parent.
-    void Remove(const QDomNode& child);
-    /// Puts `newChild` in the place of `oldChild`.
-    void Replace(const QDomNode& newChild, const QDomNode& oldChild);
+    void Remove(Node child);
+    /// Puts the unlinked `newChild` in the place of `oldChild`.
+    void Replace(Node newChild, Node oldChild);
     /// Gives `element` another tag name.
-    void Rename(QDomElement element, const QString& name);
+    void Rename(Node element, const QString& name);
     /// Sets an attribute; an equal value is no change.
-    void SetAttribute(QDomElement element, const QString& name, const QString& value);
-    /// Removes an attribute; a missing one is no change.
-    void RemoveAttribute(QDomElement element, const QString& name);
-    /// Sets the text of a text node; an equal text is no change.
-    void SetText(QDomText text, const QString& value);
+    void SetAttribute(Node element, const QString& name, const QString& value);
+    /// Sets the data of a text node; an equal text is no change.
+    void SetText(Node text, const QString& value);
     /// Forgets the listings of `parent`: a child turned from value to
     /// sub-configuration or back.
-    void ForgetListings(const QDomNode& parent);
+    void ForgetListings(Node parent);
     /// Forgets what is known about the children of `parent`.
-    void ForgetChildren(const QDomNode& parent);
+    void ForgetChildren(Node parent);
     /// Forgets everything (document replaced, sub-trees grafted or moved).
     void ForgetAll();
 
@@ -73,7 +65,7 @@ public:
     struct Listing
     {
         bool built = false;
-        std::vector<QDomElement> items;
+        std::vector<Node> items;
         int reachable = -1;
     };
     enum ListingKind
@@ -84,7 +76,7 @@ public:
     /// The cached listing of a crowded parent, built or not; null for small
     /// parents, which are cheap to scan. Dropped whenever the parent's children
     /// change or a child changes between value and sub-configuration.
-    Listing* ListingOf(const QDomNode& parent, ListingKind kind);
+    Listing* ListingOf(Node parent, ListingKind kind);
 
     /// Counts changes of the document: every append, every forgetting (which
     /// follows removals, renames and moves), every stamping and every change
@@ -96,25 +88,25 @@ public:
     /// child turning between value and sub-configuration.
     quint64 StructureChanges() const { return m_structureChanges; }
 
-    bool IsStamped(const QDomNode& node) const;
-    void MarkStamped(const QDomNode& node);
+    bool IsStamped(Node node) const { return m_stamped.contains(node); }
+    void MarkStamped(Node node);
     /// Unstamped nodes may have entered a sub-tree.
     void ForgetStamps();
 
 private:
     struct ChildIndex
     {
-        QDomNode parent;
-        QHash<QString, QDomNode> firstByName;
+        QHash<CfgXmlTree::Name, Node> firstByName;
         Listing listings[2];
     };
     // Small parents are scanned; an index pays off only on crowded nodes.
     static constexpr int INDEX_THRESHOLD = 16;
 
-    ChildIndex* IndexOf(const QDomNode& parent);
+    ChildIndex* IndexOf(Node parent);
 
-    QHash<const void*, ChildIndex> m_children;
-    QHash<const void*, QDomNode> m_stamped;
+    CfgXmlTree* m_tree = nullptr;
+    QHash<Node, ChildIndex> m_children;
+    QSet<Node> m_stamped;
     quint64 m_changes = 0;
     quint64 m_structureChanges = 0;
 };
@@ -129,8 +121,8 @@ class ReadCache
 public:
     struct Entry
     {
-        QDomElement node;
-        QDomElement value;
+        CfgXmlTree::Node node = CfgXmlTree::NONE;
+        CfgXmlTree::Node value = CfgXmlTree::NONE;
     };
 
     /// The entry for the read, or null; drops every entry first when the
@@ -168,12 +160,11 @@ private:
 /// open document find no document instead of a dangling one.
 struct CfgXmlData
 {
-    std::unique_ptr<QDomDocument> document;
-    std::unique_ptr<QDomDocument> mergeDocument;
-    DomLookup lookup;
+    std::unique_ptr<CfgXmlTree> document;
+    TreeModel lookup;
     ReadCache reads;
     /// The listing of a small parent, built for one call.
-    DomLookup::Listing scratch;
+    TreeModel::Listing scratch;
 
     /// What the last complete save left behind. While the document has not
     /// changed and nobody else wrote since, saving again would find bytes
@@ -195,11 +186,11 @@ struct CfgXmlData
     void Reset()
     {
         document.reset();
-        mergeDocument.reset();
+        lookup.Attach(nullptr);
         lookup.ForgetAll();
         lookup.ForgetStamps();
         reads.Clear();
-        scratch = DomLookup::Listing();
+        scratch = TreeModel::Listing();
         saved = SavedState();
     }
 };
@@ -242,8 +233,10 @@ constexpr int MAX_ELEMENTS = 1000000;
 
 /// Parses `bytes` into `document` with the guards every configuration
 /// document gets, whichever code reads it: size, nesting depth, number of
-/// elements, no entity declarations. On failure the message, line and column.
-bool Parse(QDomDocument& document, const QByteArray& bytes, QString* message, int* line, int* column);
+/// elements, no entity declarations. Plain documents are read by our own
+/// reader; Qt's parser decides on every other one and words the errors. On
+/// failure the message, line and column.
+bool Parse(CfgXmlTree& document, const QByteArray& bytes, QString* message, int* line, int* column);
 
 /// Reads a configuration file: a regular file of at most MAX_FILE_SIZE bytes.
 /// Empty `problem` when read; otherwise what keeps it from being read

@@ -1,12 +1,9 @@
 #include "configuration/cfgxmlreader_p.h"
 
-#include <QDomImplementation>
 #include <QString>
 
 #include <cctype>
 #include <cstring>
-#include <string_view>
-#include <unordered_map>
 #include <vector>
 
 // A strict reader for the documents this library writes and people edit: it
@@ -18,17 +15,59 @@
 
 namespace {
 
+// What each byte can be, looked up instead of compared: the reader's loops
+// run over every byte of a document.
+enum ByteClass : unsigned char
+{
+    SPACE = 1,
+    NAME_START = 2,
+    NAME_CHAR = 4,
+    PLAIN_VALUE = 8, // printable ASCII that stands for itself in an attribute value
+    PLAIN_TEXT = 16  // the same in text, with line feeds and tabs; '>' is checked apart
+};
+
+struct ByteClasses
+{
+    unsigned char of[256] = {};
+
+    constexpr ByteClasses()
+    {
+        for (int c = 0x20; c < 0x7F; ++c) {
+            if (c != '&' && c != '<') {
+                of[c] |= PLAIN_VALUE;
+                if (c != '>')
+                    of[c] |= PLAIN_TEXT;
+            }
+            const bool letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+            if (letter)
+                of[c] |= NAME_START | NAME_CHAR;
+            if ((c >= '0' && c <= '9') || c == '.' || c == '-')
+                of[c] |= NAME_CHAR;
+        }
+        for (const unsigned char c : {' ', '\n', '\t'})
+            of[c] |= SPACE;
+        of[static_cast<unsigned char>('\n')] |= PLAIN_TEXT;
+        of[static_cast<unsigned char>('\t')] |= PLAIN_TEXT;
+    }
+};
+
+constexpr ByteClasses BYTE_CLASSES;
+
+bool Is(char c, ByteClass byteClass)
+{
+    return (BYTE_CLASSES.of[static_cast<unsigned char>(c)] & byteClass) != 0;
+}
+
 bool IsSpace(char c)
 {
-    return c == ' ' || c == '\n' || c == '\t';
+    return Is(c, SPACE);
 }
 
 // Printable ASCII without references or quotes: an attribute value as it stands.
 bool IsPlainAscii(const char* text, int length)
 {
     for (int i = 0; i < length; ++i) {
-        const char c = text[i];
-        if (c < 0x20 || c >= 0x7F || c == '&' || c == '<')
+        if (!Is(text[i], PLAIN_VALUE))
             return false;
     }
     return true;
@@ -46,29 +85,91 @@ bool IsBlank(const QString& text)
 
 bool IsNameStart(char c)
 {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+    return Is(c, NAME_START);
 }
 
 bool IsNameChar(char c)
 {
-    return IsNameStart(c) || (c >= '0' && c <= '9') || c == '.' || c == '-';
+    return Is(c, NAME_CHAR);
 }
+
+// The ids of the names met so far by their bytes, so that a name costs a
+// hash of a few bytes instead of a string. Open addressing: a document has
+// few distinct names, met again and again.
+class NameTable
+{
+public:
+    NameTable() : m_slots(256) {}
+
+    /// The id slot of `name`; NO_NAME in it when the name is new.
+    CfgXmlTree::Name* Find(const char* name, int length)
+    {
+        if (m_used * 2 >= m_slots.size())
+            Grow();
+        Slot* slot = Probe(name, length);
+        if (!slot->name) {
+            slot->name = name;
+            slot->length = length;
+            ++m_used;
+        }
+        return &slot->id;
+    }
+
+private:
+    struct Slot
+    {
+        const char* name = nullptr;
+        int length = 0;
+        CfgXmlTree::Name id = CfgXmlTree::NO_NAME;
+    };
+
+    static size_t Hash(const char* name, int length)
+    {
+        size_t hash = 14695981039346656037ull;
+        for (int i = 0; i < length; ++i)
+            hash = (hash ^ static_cast<unsigned char>(name[i])) * 1099511628211ull;
+        return hash;
+    }
+
+    Slot* Probe(const char* name, int length)
+    {
+        const size_t mask = m_slots.size() - 1;
+        for (size_t i = Hash(name, length) & mask;; i = (i + 1) & mask) {
+            Slot& slot = m_slots[i];
+            if (!slot.name || (slot.length == length && memcmp(slot.name, name, size_t(length)) == 0))
+                return &slot;
+        }
+    }
+
+    void Grow()
+    {
+        std::vector<Slot> old(m_slots.size() * 2);
+        old.swap(m_slots);
+        for (const Slot& slot : old) {
+            if (slot.name)
+                *Probe(slot.name, slot.length) = slot;
+        }
+    }
+
+    std::vector<Slot> m_slots;
+    size_t m_used = 0;
+};
 
 class Reader
 {
 public:
-    Reader(const QByteArray& bytes, int maxDepth)
-        : m_p(bytes.constData()), m_end(bytes.constData() + bytes.size()), m_maxDepth(maxDepth)
+    Reader(const QByteArray& bytes, int maxDepth, int maxElements)
+        : m_p(bytes.constData()), m_end(bytes.constData() + bytes.size()), m_maxDepth(maxDepth),
+          m_maxElements(maxElements)
     {
     }
 
-    bool Read(QDomDocument& document);
+    bool Read(CfgXmlTree& document);
 
 private:
-    bool At(const char* text) const
+    template <size_t N> bool At(const char (&text)[N]) const
     {
-        const size_t length = strlen(text);
-        return size_t(m_end - m_p) >= length && memcmp(m_p, text, length) == 0;
+        return size_t(m_end - m_p) >= N - 1 && memcmp(m_p, text, N - 1) == 0;
     }
     void SkipSpace()
     {
@@ -110,31 +211,28 @@ private:
     }
     bool Declaration(QString* data);
     bool DocumentType(QString* name);
-    bool Element(QDomDocument& document);
-    bool Attributes(QDomElement& element);
-    bool Comment(QDomDocument& document, QDomNode parent);
+    bool Element();
+    bool Attributes(CfgXmlTree::Node element);
+    bool Comment(CfgXmlTree::Node parent);
+    bool Text(const char* start, const char* end, CfgXmlTree::Node parent);
 
-    QString Interned(const char* start, int length);
+    CfgXmlTree::Name Interned(const char* start, int length);
 
     const char* m_p;
     const char* m_end;
     int m_maxDepth;
+    int m_maxElements;
     QString m_text;
-    // Names and short values repeat throughout a document ("ts", "type",
-    // "string", a time stamp); shared copies spare an allocation each.
-    std::unordered_map<std::string_view, QString> m_interned;
+    CfgXmlTree m_tree;
+    NameTable m_names;
 };
 
-QString Reader::Interned(const char* start, int length)
+CfgXmlTree::Name Reader::Interned(const char* start, int length)
 {
-    const std::string_view key(start, size_t(length));
-    const auto it = m_interned.find(key);
-    if (it != m_interned.end())
-        return it->second;
-    const QString text = QString::fromLatin1(start, length);
-    if (m_interned.size() < 4096)
-        m_interned.emplace(key, text);
-    return text;
+    CfgXmlTree::Name* slot = m_names.Find(start, length);
+    if (*slot == CfgXmlTree::NO_NAME)
+        *slot = m_tree.Intern(start, length);
+    return *slot;
 }
 
 // Decodes XML character data [from, to) into `out`: references resolved,
@@ -266,7 +364,7 @@ bool Reader::DocumentType(QString* name)
     return true;
 }
 
-bool Reader::Attributes(QDomElement& element)
+bool Reader::Attributes(CfgXmlTree::Node element)
 {
     for (;;) {
         const char* beforeSpace = m_p;
@@ -283,17 +381,19 @@ bool Reader::Attributes(QDomElement& element)
         int valueLength;
         if (!Name(&name, &nameLength) || !Equals() || !Quoted(&value, &valueLength))
             return false;
-        if (valueLength <= 24 && IsPlainAscii(value, valueLength)) {
-            element.setAttribute(Interned(name, nameLength), Interned(value, valueLength));
-            continue;
+        const quint32 offset = m_tree.PoolSize();
+        if (IsPlainAscii(value, valueLength)) {
+            m_tree.AppendLatin1(value, valueLength);
+        } else {
+            if (!Decode(value, value + valueLength, true, m_text))
+                return false;
+            m_tree.AppendUtf16(m_text.constData(), m_text.size());
         }
-        if (!Decode(value, value + valueLength, true, m_text))
-            return false;
-        element.setAttribute(Interned(name, nameLength), m_text);
+        m_tree.SetAttributeFromPool(element, Interned(name, nameLength), offset);
     }
 }
 
-bool Reader::Comment(QDomDocument& document, QDomNode parent)
+bool Reader::Comment(CfgXmlTree::Node parent)
 {
     m_p += 4;
     const char* start = m_p;
@@ -313,16 +413,42 @@ bool Reader::Comment(QDomDocument& document, QDomNode parent)
     if (!Decode(start, end, false, m_text) || m_text.contains(QLatin1Char('&')) ||
         memchr(start, '&', size_t(end - start)))
         return false;
-    parent.appendChild(document.createComment(QString::fromUtf8(start, int(end - start))));
+    m_tree.Append(parent, m_tree.CreateComment(QString::fromUtf8(start, int(end - start))));
     return true;
 }
 
-bool Reader::Element(QDomDocument& document)
+// Plain ASCII text goes to the tree as it stands; everything else is decoded.
+bool Reader::Text(const char* start, const char* end, CfgXmlTree::Node parent)
+{
+    const char* t = start;
+    while (t < end && IsSpace(*t))
+        ++t;
+    if (t == end)
+        return true; // white space between elements
+    bool plain = true;
+    for (; t < end && plain; ++t) {
+        if (!Is(*t, PLAIN_TEXT))
+            plain = *t == '>' && !(t - start >= 2 && t[-1] == ']' && t[-2] == ']');
+    }
+    const quint32 offset = m_tree.PoolSize();
+    if (plain) {
+        m_tree.AppendLatin1(start, int(end - start));
+    } else {
+        // Text that only references or other white space make blank is declined.
+        if (!Decode(start, end, false, m_text) || IsBlank(m_text))
+            return false;
+        m_tree.AppendUtf16(m_text.constData(), m_text.size());
+    }
+    m_tree.Append(parent, m_tree.CreateTextFromPool(CfgXmlTree::TextNode, offset));
+    return true;
+}
+
+bool Reader::Element()
 {
     // Elements are read with an explicit stack: nesting must not recurse.
     struct Open
     {
-        QDomElement element;
+        CfgXmlTree::Node element;
         const char* name;
         int length;
     };
@@ -332,15 +458,12 @@ bool Reader::Element(QDomDocument& document)
         ++m_p;
         const char* name;
         int length;
-        if (!Name(&name, &length) || int(open.size()) + 1 > m_maxDepth)
+        if (!Name(&name, &length) || int(open.size()) + 1 > m_maxDepth || --m_maxElements < 0)
             return false;
-        QDomElement element = document.createElement(Interned(name, length));
+        const CfgXmlTree::Node element = m_tree.CreateElement(Interned(name, length));
         if (!Attributes(element))
             return false;
-        if (open.empty())
-            document.appendChild(element);
-        else
-            open.back().element.appendChild(element);
+        m_tree.Append(open.empty() ? m_tree.Document() : open.back().element, element);
         if (*m_p == '/') {
             if (!At("/>"))
                 return false;
@@ -358,23 +481,15 @@ bool Reader::Element(QDomDocument& document)
             if (!lt)
                 return false;
             m_p = static_cast<const char*>(lt);
-            if (m_p > textStart) {
-                bool blank = true;
-                for (const char* t = textStart; t < m_p && blank; ++t)
-                    blank = IsSpace(*t);
-                if (!blank) {
-                    // Text that only references or other white space make blank is declined.
-                    if (!Decode(textStart, m_p, false, m_text) || IsBlank(m_text))
-                        return false;
-                    open.back().element.appendChild(document.createTextNode(m_text));
-                }
-            }
-            if (At("<!--")) {
-                if (!Comment(document, open.back().element))
+            if (m_p > textStart && !Text(textStart, m_p, open.back().element))
+                return false;
+            const char next = m_p + 1 < m_end ? m_p[1] : '\0';
+            if (next == '!' && At("<!--")) {
+                if (!Comment(open.back().element))
                     return false;
                 continue;
             }
-            if (At("</")) {
+            if (next == '/') {
                 m_p += 2;
                 const Open& top = open.back();
                 if (m_end - m_p < top.length || memcmp(m_p, top.name, size_t(top.length)) != 0)
@@ -387,14 +502,14 @@ bool Reader::Element(QDomDocument& document)
                 open.pop_back();
                 continue;
             }
-            if (m_p + 1 < m_end && IsNameStart(m_p[1]))
+            if (IsNameStart(next))
                 break; // another start tag
             return false;
         }
     }
 }
 
-bool Reader::Read(QDomDocument& document)
+bool Reader::Read(CfgXmlTree& document)
 {
     QString declaration;
     QString typeName;
@@ -403,24 +518,23 @@ bool Reader::Read(QDomDocument& document)
     SkipSpace();
     if (m_p >= m_end || *m_p != '<')
         return false;
-    QDomDocument result =
-        typeName.isEmpty()
-            ? QDomDocument()
-            : QDomDocument(QDomImplementation().createDocumentType(typeName, QString(), QString()));
+    m_tree.Reserve(m_end - m_p);
+    if (!typeName.isEmpty())
+        m_tree.SetDocumentTypeText(QStringLiteral("<!DOCTYPE ") + typeName + QStringLiteral(">\n"));
     if (!declaration.isNull())
-        result.appendChild(result.createProcessingInstruction(QStringLiteral("xml"), declaration));
-    if (!Element(result))
+        m_tree.Append(m_tree.Document(), m_tree.CreateProcessingInstruction(QStringLiteral("xml"), declaration));
+    if (!Element())
         return false;
     SkipSpace();
     if (m_p != m_end)
         return false;
-    document = result;
+    document = std::move(m_tree);
     return true;
 }
 
 } // namespace
 
-bool CfgXmlReader::ReadPlain(const QByteArray& bytes, int maxDepth, QDomDocument& document)
+bool CfgXmlReader::ReadPlain(const QByteArray& bytes, int maxDepth, CfgXmlTree& document, int maxElements)
 {
-    return Reader(bytes, maxDepth).Read(document);
+    return Reader(bytes, maxDepth, maxElements).Read(document);
 }

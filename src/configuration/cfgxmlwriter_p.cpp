@@ -1,14 +1,12 @@
 #include "configuration/cfgxmlwriter_p.h"
 
-#include <QDomNamedNodeMap>
 #include <QRegularExpression>
 #include <QTextCodec>
-#include <QTextStream>
 
 #include <algorithm>
 #include <vector>
 
-// Writes the same characters as QDomDocument::toString: the DOM's layout and
+// Writes the same characters as QDomDocument::toString would for the same tree: the DOM's layout and
 // escaping rules, node by node. Asking the codec whether it can encode each
 // character is what made Qt's writer slow; UTF-8 can encode every QChar, so
 // only other declared encodings ask.
@@ -42,10 +40,8 @@ struct Writer
     }
 
     // Qt's escaping of text and attribute values.
-    void AppendEncoded(const QString& text, bool quotes, bool whitespaceAsReferences, bool carriageReturns)
+    void AppendEncoded(const QChar* data, int size, bool quotes, bool whitespaceAsReferences, bool carriageReturns)
     {
-        const QChar* data = text.constData();
-        const int size = text.size();
         int plain = 0; // start of the run not yet appended
         for (int i = 0; i < size; ++i) {
             const char16_t c = data[i].unicode();
@@ -77,7 +73,15 @@ struct Writer
         out.append(data + plain, size - plain);
     }
 
-    static bool IsText(const QDomNode& node) { return node.isText(); } // CDATA sections too
+    const CfgXmlTree* tree = nullptr;
+    std::vector<CfgXmlTree::AttributeRef> refs;
+
+    bool IsText(CfgXmlTree::Node node) const { return tree->IsText(node); } // CDATA sections too
+
+    void AppendEncoded(const QString& text, bool quotes, bool whitespaceAsReferences, bool carriageReturns)
+    {
+        AppendEncoded(text.constData(), text.size(), quotes, whitespaceAsReferences, carriageReturns);
+    }
 
     static QByteArray SortKey(const QString& name) { return name.toUtf8() + '='; }
 
@@ -97,130 +101,117 @@ struct Writer
         return false;
     }
 
-    void WriteAttributes(const QDomElement& element)
+    void WriteAttributes(CfgXmlTree::Node element)
     {
-        const QDomNamedNodeMap map = element.attributes();
-        const int count = map.count();
-        if (count == 0)
+        tree->Attributes(element, refs);
+        if (refs.empty())
             return;
-        attributes.clear();
-        for (int i = 0; i < count; ++i) {
-            const QDomAttr attribute = map.item(i).toAttr();
-            attributes.emplace_back(attribute.name(), attribute.value());
-        }
-        if (attributes.size() > 1)
-            std::sort(attributes.begin(), attributes.end(),
-                      [](const auto& a, const auto& b) { return AttributeLess(a.first, b.first); });
-        for (const auto& attribute : attributes) {
+        if (refs.size() > 1)
+            std::sort(refs.begin(), refs.end(), [this](const auto& a, const auto& b) {
+                return AttributeLess(tree->NameText(a.name), tree->NameText(b.name));
+            });
+        for (const auto& attribute : refs) {
             out.append(QLatin1Char(' '));
-            out.append(attribute.first);
+            out.append(tree->NameText(attribute.name));
             out.append(QLatin1String("=\""));
-            AppendEncoded(attribute.second, true, true, false);
+            AppendEncoded(tree->Chars(attribute.offset), int(attribute.length), true, true, false);
             out.append(QLatin1Char('"'));
         }
     }
 
-    void WriteElement(const QDomElement& element, int depth)
+    void WriteElement(CfgXmlTree::Node element, int depth)
     {
-        if (!IsText(element.previousSibling()))
+        if (!IsText(tree->PreviousSibling(element)))
             Indent(depth);
-        const QString name = element.tagName();
+        const QString& name = tree->NodeName(element);
         out.append(QLatin1Char('<'));
         out.append(name);
         WriteAttributes(element);
-        const QDomNode first = element.firstChild();
-        if (first.isNull()) {
+        const CfgXmlTree::Node first = tree->FirstChild(element);
+        if (first == CfgXmlTree::NONE) {
             out.append(QLatin1String("/>"));
         } else {
             out.append(QLatin1Char('>'));
             if (!IsText(first))
                 EndLine();
             WriteChildren(element, depth + 1);
-            if (!IsText(element.lastChild()))
+            if (!IsText(tree->LastChild(element)))
                 Indent(depth);
             out.append(QLatin1String("</"));
             out.append(name);
             out.append(QLatin1Char('>'));
         }
-        if (!IsText(element.nextSibling()))
+        if (!IsText(tree->NextSibling(element)))
             EndLine();
     }
 
-    void WriteComment(const QDomComment& comment, int depth)
+    void WriteComment(CfgXmlTree::Node comment, int depth)
     {
-        if (!IsText(comment.previousSibling()))
+        if (!IsText(tree->PreviousSibling(comment)))
             Indent(depth);
-        const QString value = comment.data();
+        const QString value = tree->Data(comment);
         out.append(QLatin1String("<!--"));
         out.append(value);
         // A comment must not end in "--->".
         if (value.endsWith(QLatin1Char('-')))
             out.append(QLatin1Char(' '));
         out.append(QLatin1String("-->"));
-        if (!IsText(comment.nextSibling()))
+        if (!IsText(tree->NextSibling(comment)))
             out.append(QLatin1Char('\n'));
     }
 
-    // Node kinds a configuration document rarely holds are written by Qt
-    // itself: their output does not depend on the depth.
-    void WriteByQt(const QDomNode& node)
+    void WriteNode(CfgXmlTree::Node node, int depth)
     {
-        QTextStream stream(&out, QIODevice::WriteOnly | QIODevice::Append);
-        node.save(stream, indent);
-    }
-
-    void WriteNode(const QDomNode& node, int depth)
-    {
-        switch (node.nodeType()) {
-        case QDomNode::ElementNode:
-            WriteElement(node.toElement(), depth);
+        switch (tree->KindOf(node)) {
+        case CfgXmlTree::ElementNode:
+            WriteElement(node, depth);
             break;
-        case QDomNode::TextNode:
-            AppendEncoded(node.toText().data(), !node.parentNode().isElement(), false, true);
+        case CfgXmlTree::TextNode:
+            AppendEncoded(tree->Data(node), !tree->IsElement(tree->Parent(node)), false, true);
             break;
-        case QDomNode::CDATASectionNode:
+        case CfgXmlTree::CDataNode:
             out.append(QLatin1String("<![CDATA["));
-            out.append(node.toCDATASection().data());
+            out.append(tree->Data(node));
             out.append(QLatin1String("]]>"));
             break;
-        case QDomNode::CommentNode:
-            WriteComment(node.toComment(), depth);
+        case CfgXmlTree::CommentNode:
+            WriteComment(node, depth);
             break;
-        case QDomNode::ProcessingInstructionNode: {
-            const QDomProcessingInstruction instruction = node.toProcessingInstruction();
+        case CfgXmlTree::ProcessingInstructionNode:
             out.append(QLatin1String("<?"));
-            out.append(instruction.target());
+            out.append(tree->NodeName(node));
             out.append(QLatin1Char(' '));
-            out.append(instruction.data());
+            out.append(tree->Data(node));
             out.append(QLatin1String("?>\n"));
             break;
-        }
-        default:
-            WriteByQt(node);
+        default: // verbatim: the text Qt writes for it, whatever the depth
+            out.append(tree->Data(node));
             break;
         }
     }
 
-    void WriteChildren(const QDomNode& parent, int depth)
+    void WriteChildren(CfgXmlTree::Node parent, int depth)
     {
-        for (QDomNode child = parent.firstChild(); !child.isNull(); child = child.nextSibling())
+        for (CfgXmlTree::Node child = tree->FirstChild(parent); child != CfgXmlTree::NONE;
+             child = tree->NextSibling(child))
             WriteNode(child, depth);
     }
 };
 
-bool IsDeclaration(const QDomNode& node)
+bool IsDeclaration(const CfgXmlTree& tree, CfgXmlTree::Node node)
 {
-    return node.isProcessingInstruction() && node.nodeName() == QLatin1String("xml");
+    return node != CfgXmlTree::NONE && tree.KindOf(node) == CfgXmlTree::ProcessingInstructionNode &&
+           tree.NodeName(node) == QLatin1String("xml");
 }
 
 // The codec Qt's writer takes from the declaration, UTF-8 when none names one.
-const QTextCodec* DeclaredCodec(const QDomDocument& document)
+const QTextCodec* DeclaredCodec(const CfgXmlTree& tree)
 {
-    const QDomNode first = document.firstChild();
-    if (!IsDeclaration(first))
+    const CfgXmlTree::Node first = tree.FirstChild(tree.Document());
+    if (!IsDeclaration(tree, first))
         return nullptr;
     static const QRegularExpression encoding(QStringLiteral("encoding\\s*=\\s*((\"([^\"]*)\")|('([^']*)'))"));
-    const QRegularExpressionMatch match = encoding.match(first.nodeValue());
+    const QRegularExpressionMatch match = encoding.match(tree.Data(first));
     QString name = match.captured(3);
     if (name.isEmpty())
         name = match.captured(5);
@@ -232,16 +223,18 @@ const QTextCodec* DeclaredCodec(const QDomDocument& document)
 
 } // namespace
 
-QByteArray CfgXmlWriter::Serialise(const QDomDocument& document, int indent)
+QByteArray CfgXmlWriter::Serialise(const CfgXmlTree& tree, int indent)
 {
     Writer writer;
+    writer.tree = &tree;
     writer.indent = indent;
-    writer.codec = DeclaredCodec(document);
+    writer.codec = DeclaredCodec(tree);
     // The document type follows the declaration, before the first other node.
     bool typeWritten = false;
-    for (QDomNode node = document.firstChild(); !node.isNull(); node = node.nextSibling()) {
-        if (!typeWritten && !IsDeclaration(node)) {
-            writer.WriteByQt(document.doctype());
+    for (CfgXmlTree::Node node = tree.FirstChild(tree.Document()); node != CfgXmlTree::NONE;
+         node = tree.NextSibling(node)) {
+        if (!typeWritten && !IsDeclaration(tree, node)) {
+            writer.out.append(tree.DocumentTypeText());
             typeWritten = true;
         }
         writer.WriteNode(node, 0);

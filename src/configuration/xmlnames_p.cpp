@@ -6,25 +6,47 @@ namespace {
 
 const QChar KEY_SEPARATOR = QLatin1Char('\\');
 
-bool IsNameStartChar(QChar c)
+// Every character beyond ASCII may be part of a name, except white space;
+// within ASCII: letters, '_' and ':', and after the first also digits, '-'
+// and '.'. Names are checked on every write, so ASCII is decided by
+// comparison.
+bool IsAsciiNameStartChar(char16_t c)
 {
-    return c.isLetter() || c == QLatin1Char('_') || c == QLatin1Char(':') || c.unicode() > 0x7f;
+    return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || c == u'_' || c == u':';
 }
 
-bool IsNameChar(QChar c)
+bool IsAsciiNameChar(char16_t c)
 {
-    return IsNameStartChar(c) || c.isDigit() || c == QLatin1Char('-') || c == QLatin1Char('.');
+    return IsAsciiNameStartChar(c) || (c >= u'0' && c <= u'9') || c == u'-' || c == u'.';
 }
 
 bool IsElementNameView(QStringView name)
 {
-    if (name.isEmpty() || !IsNameStartChar(name.front()))
+    if (name.isEmpty() || (name.front().unicode() < 0x80 && !IsAsciiNameStartChar(name.front().unicode())))
         return false;
     for (const QChar c : name) {
-        if (!IsNameChar(c) || c.isSpace())
+        if (c.unicode() < 0x80 ? !IsAsciiNameChar(c.unicode()) : c.isSpace())
             return false;
     }
     return true;
+}
+
+// The first component of `path` that cannot be an element name.
+bool FindInvalidComponentView(QStringView path, QStringView* invalid)
+{
+    // The components of the path, without building a list on every write;
+    // empty ones (doubled separators) are skipped, as the walk skips them.
+    for (qsizetype start = 0; start < path.size();) {
+        qsizetype end = path.indexOf(KEY_SEPARATOR, start);
+        if (end < 0)
+            end = path.size();
+        if (end > start && !IsElementNameView(path.mid(start, end - start))) {
+            *invalid = path.mid(start, end - start);
+            return true;
+        }
+        start = end + 1;
+    }
+    return false;
 }
 
 bool IsXmlChar(char16_t c)
@@ -55,20 +77,11 @@ int XmlNames::FirstNonXmlChar(const QString& text)
 
 bool XmlNames::FindInvalidComponent(const QString& path, QString* invalid)
 {
-    // The components of the path, without building a list on every write;
-    // empty ones (doubled separators) are skipped, as the walk skips them.
-    const QStringView view(path);
-    for (int start = 0; start < view.size();) {
-        int end = path.indexOf(KEY_SEPARATOR, start);
-        if (end < 0)
-            end = int(view.size());
-        if (end > start && !IsElementNameView(view.mid(start, end - start))) {
-            *invalid = path.mid(start, end - start);
-            return true;
-        }
-        start = end + 1;
-    }
-    return false;
+    QStringView found;
+    if (!FindInvalidComponentView(path, &found))
+        return false;
+    *invalid = found.toString();
+    return true;
 }
 
 QString XmlNames::NotAnElementName(const QString& what, const QString& name, const QString& invalid)
@@ -87,13 +100,13 @@ QString XmlNames::NoSuchSubConfiguration(const QString& key, const QString& inva
 QString XmlNames::RefusedValueName(const QString& name)
 {
     const int separator = name.lastIndexOf(KEY_SEPARATOR);
-    const QString valueName = separator >= 0 ? name.mid(separator + 1) : name;
-    QString invalid;
-    if (FindInvalidComponent(separator >= 0 ? name.left(separator) : QString(), &invalid))
-        return NotAnElementName(QStringLiteral("The value"), name, invalid);
+    const QStringView valueName = QStringView(name).mid(separator + 1);
+    QStringView invalid;
+    if (separator >= 0 && FindInvalidComponentView(QStringView(name).left(separator), &invalid))
+        return NotAnElementName(QStringLiteral("The value"), name, invalid.toString());
     // "Sub\" names no value: its empty last component is no element name.
-    if (!name.isEmpty() && !IsElementName(valueName))
-        return NotAnElementName(QStringLiteral("The value"), name, valueName);
+    if (!name.isEmpty() && !IsElementNameView(valueName))
+        return NotAnElementName(QStringLiteral("The value"), name, valueName.toString());
     return QString();
 }
 

@@ -1901,7 +1901,12 @@ private slots:
         QTest::newRow("comments_and_cdata_are_skipped")
             << QByteArray("<a><!-- <b><c><d> --><![CDATA[<b><c><d>]]><?pi <b><c>?></a>") << true;
         QTest::newRow("stray_end_tags_do_not_hide_depth") << QByteArray("</x></x></x><a><b><c><d>") << false;
-        QTest::newRow("document_type_needs_the_exact_check") << QByteArray("<!DOCTYPE a><a/>") << false;
+        QTest::newRow("plain_document_type") << QByteArray("<!DOCTYPE a><a/>") << true;
+        QTest::newRow("internal_subset_needs_the_exact_check") << QByteArray("<!DOCTYPE a []><a/>") << false;
+        QTest::newRow("quoted_identifier_needs_the_exact_check")
+            << QByteArray("<!DOCTYPE a SYSTEM \"x>\" [<!ENTITY e 'v'>]><a/>") << false;
+        QTest::newRow("second_document_type_with_subset_needs_the_exact_check")
+            << QByteArray("<!DOCTYPE a><!DOCTYPE b [<!ENTITY e 'v'>]><a/>") << false;
         QTest::newRow("utf16_needs_the_exact_check") << QByteArray("<\0a\0/\0>\0", 8) << false;
         QTest::newRow("other_encodings_need_the_exact_check")
             << QByteArray("<?xml version=\"1.0\" encoding=\"IBM037\"?><a/>") << false;
