@@ -110,6 +110,14 @@ void CheckValueName(const QString& name, const QString& operation)
         throw KVException(refusal, SOURCE_FILE, CLASS_NAME, operation, __LINE__);
 }
 
+// Throws when XML cannot carry the text of a value.
+void CheckValueText(const QString& name, const QString& value, const QString& operation)
+{
+    const QString refusal = XmlNames::RefusedValueText(name, value);
+    if (!refusal.isNull())
+        throw KVException(refusal, SOURCE_FILE, CLASS_NAME, operation, __LINE__);
+}
+
 // A value has text as its first child, or no text but a "protected" flag (an empty value).
 bool IsValue(const CfgXmlTree& tree, Node element)
 {
@@ -204,10 +212,9 @@ QStringView FormatStamp(qint64 value, QChar (&buffer)[24])
     return QStringView(buffer + at, 24 - at);
 }
 
-// The same for elements of our own documents.
-void StampElement(CfgXmlTree& tree, Node element, int mode, qint32 now)
+// The same for elements of our own documents; `stamp` is the name "ts".
+void StampElement(CfgXmlTree& tree, Node element, int mode, qint32 now, CfgXmlTree::Name stamp)
 {
-    const CfgXmlTree::Name stamp = tree.Intern(CfgXml::TIME_STAMP_KEY);
     QChar buffer[24];
     switch (mode) {
     case CfgXml::TS_IfMissing:
@@ -380,7 +387,7 @@ CfgXmlTree* CfgXml::Document() const
 
 namespace {
 
-void ApplyStamp(CfgXmlTree& tree, Node node, int mode, bool recursive)
+void ApplyStamp(CfgXmlTree& tree, Node node, int mode, bool recursive, CfgXmlTree::Name stamp)
 {
     if (!CfgXml::AreTimeStampsEnabled() || node == NONE)
         return;
@@ -389,10 +396,10 @@ void ApplyStamp(CfgXmlTree& tree, Node node, int mode, bool recursive)
         return;
     const qint32 now = Now();
     if (!recursive) {
-        StampElement(tree, element, mode, now);
+        StampElement(tree, element, mode, now, stamp);
         return;
     }
-    ForEachElement(tree, element, [&tree, mode, now](Node each) { StampElement(tree, each, mode, now); });
+    ForEachElement(tree, element, [&](Node each) { StampElement(tree, each, mode, now, stamp); });
 }
 
 void ApplyStamp(const QDomNode& node, int mode, bool recursive)
@@ -425,7 +432,7 @@ void CfgXml::SetTimeStamp(QDomNode node, int mode, bool recursive)
 void CfgXml::Stamp(TreeNode node, int mode, bool recursive) const
 {
     m_pData->lookup.Changed();
-    ApplyStamp(*Document(), node, mode, recursive);
+    ApplyStamp(*Document(), node, mode, recursive, m_pData->lookup.StampName());
 }
 
 void CfgXml::SetTimeStampsEnabled(bool enabled)
@@ -442,7 +449,7 @@ void CfgXml::StampSubTree(TreeNode node) const
 {
     if (!AreTimeStampsEnabled() || m_pData->lookup.IsStamped(node))
         return;
-    ApplyStamp(*Document(), node, TS_IfMissing, true);
+    ApplyStamp(*Document(), node, TS_IfMissing, true, m_pData->lookup.StampName());
     m_pData->lookup.MarkStamped(node);
 }
 
@@ -550,9 +557,9 @@ CfgXml::TreeNode CfgXml::GetNode(QStringView path, View view, bool create) const
         node = ChildForWalk(node, part, create);
     }
     for (qsizetype start = 0; start < path.size();) {
-        qsizetype end = path.indexOf(KEY_SEPARATOR, start);
-        if (end < 0)
-            end = path.size();
+        qsizetype end = start;
+        while (end < path.size() && path.at(end) != KEY_SEPARATOR)
+            ++end;
         if (end > start) {
             if (node == NONE)
                 return NONE;
@@ -579,13 +586,30 @@ CfgXml::TreeNode CfgXml::FindValue(const QString& name, View view, bool create) 
 }
 
 // FindValue without creating, remembering where the value was found.
+namespace {
+
+// Where an earlier read or write of the value `name` of the object `key`
+// found it, while nothing has moved since; null when unknown.
+const ReadCache::Entry* KnownValue(CfgXmlData& data, const QString& key, const QString& name, int view)
+{
+    return data.reads.Find(key, name, view, data.lookup.StructureChanges(),
+                           s_partitionChanges.load(std::memory_order_relaxed));
+}
+
+void RememberValue(CfgXmlData& data, const QString& key, const QString& name, int view, Node node, Node value)
+{
+    data.reads.Insert(key, name, view, ReadCache::Entry{node, value}, data.lookup.StructureChanges(),
+                      s_partitionChanges.load(std::memory_order_relaxed));
+}
+
+} // namespace
+
 CfgXml::TreeNode CfgXml::FindValueToRead(const QString& name, View view) const
 {
     CfgXmlData& data = *m_pData;
     if (!data.document)
         return NONE;
-    const ReadCache::Entry* known = data.reads.Find(m_sKey, name, view, data.lookup.StructureChanges(),
-                                                    s_partitionChanges.load(std::memory_order_relaxed));
+    const ReadCache::Entry* known = KnownValue(data, m_sKey, name, view);
     if (known) {
         if (known->node != NONE)
             StampSubTree(known->node);
@@ -598,8 +622,7 @@ CfgXml::TreeNode CfgXml::FindValueToRead(const QString& name, View view) const
         found.node = NONE;
     if (found.node != NONE)
         found.value = data.lookup.FirstChildElementNamed(found.node, QStringView(name).mid(separator + 1));
-    data.reads.Insert(m_sKey, name, view, found, data.lookup.StructureChanges(),
-                      s_partitionChanges.load(std::memory_order_relaxed));
+    RememberValue(data, m_sKey, name, view, found.node, found.value);
     return found.value;
 }
 
@@ -646,13 +669,21 @@ bool CfgXml::FindInvalidNodeName(View view, QString* invalid) const
 CfgXml::TreeNode CfgXml::SetStringImplPrivate(const QString& name, const QString& value, View view,
                                               const QString& operation)
 {
+    const ReadCache::Entry* known = name.isEmpty() || !Document() ? nullptr : KnownValue(*m_pData, m_sKey, name, view);
+    if (known && known->value != NONE) {
+        // A value found before: its path and name are elements of the
+        // document, so its name passes the check.
+        CheckValueText(name, value, operation);
+        const ReadCache::Entry entry = *known;
+        StampSubTree(entry.node);
+        WriteValueText(entry.node, entry.value, value);
+        return entry.value;
+    }
     const int separator = name.lastIndexOf(KEY_SEPARATOR);
     const QStringView path = QStringView(name).left(qMax(separator, 0));
     const QStringView valueName = QStringView(name).mid(separator + 1);
     CheckValueName(name, operation);
-    const QString refusedText = XmlNames::RefusedValueText(name, value);
-    if (!refusedText.isNull())
-        throw KVException(refusedText, SOURCE_FILE, CLASS_NAME, operation, __LINE__);
+    CheckValueText(name, value, operation);
     const Node node = GetNode(path, view, true);
     QString invalid;
     if (node == NONE) {
@@ -689,8 +720,18 @@ CfgXml::TreeNode CfgXml::SetStringImplPrivate(const QString& name, const QString
         tree.Append(element, text);
         model.Append(node, element);
         AdvanceStamp(text);
-        return element;
+    } else {
+        WriteValueText(node, element, value);
     }
+    RememberValue(*m_pData, m_sKey, name, view, node, element);
+    return element;
+}
+
+// The text of the existing value `element` below `node` becomes `value`.
+void CfgXml::WriteValueText(TreeNode node, TreeNode element, const QString& value)
+{
+    CfgXmlTree& tree = *Document();
+    TreeModel& model = m_pData->lookup;
     const Node text = tree.FirstTextChild(element);
     if (text == NONE) {
         const Node created = tree.CreateText(value);
@@ -702,14 +743,13 @@ CfgXml::TreeNode CfgXml::SetStringImplPrivate(const QString& name, const QString
         model.SetText(text, value);
         AdvanceStamp(text);
     }
-    return element;
 }
 
 void CfgXml::SetValueAndType(const QString& name, const QString& value, const QString& type, View view,
                              const QString& operation)
 {
     const Node element = SetStringImplPrivate(name, value, view, operation);
-    if (element != NONE && !Document()->HasAttribute(element, Document()->FindName(TYPE)))
+    if (element != NONE && !Document()->HasAttribute(element, m_pData->lookup.TypeName()))
         m_pData->lookup.SetAttribute(element, TYPE, type);
 }
 
@@ -738,7 +778,7 @@ ICfg::AttributeType CfgXml::GetAttributeType(QString name, View view)
         return TYPE_Undefined;
     const CfgXmlTree& tree = *Document();
     bool known = false;
-    const AttributeType declared = TypeFromAttribute(tree.Attribute(element, tree.FindName(TYPE)), &known);
+    const AttributeType declared = TypeFromAttribute(tree.Attribute(element, m_pData->lookup.TypeName()), &known);
     if (known)
         return declared;
     const QString text = tree.TextOf(element);
@@ -765,7 +805,7 @@ bool CfgXml::IsProtected(QString name, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     const Node element = FindValue(name, ResolveView(view), false);
-    return element != NONE && Document()->AttributeEquals(element, Document()->FindName(PROTECTED), TRUE_TEXT);
+    return element != NONE && Document()->AttributeEquals(element, m_pData->lookup.ProtectedName(), TRUE_TEXT);
 }
 
 void CfgXml::SetProtected(QString name, bool isProtected, View view)
@@ -775,7 +815,7 @@ void CfgXml::SetProtected(QString name, bool isProtected, View view)
     const Node element = FindValue(name, ResolveView(view), false);
     if (element == NONE)
         return;
-    if (!Document()->HasAttribute(element, Document()->FindName(PROTECTED)))
+    if (!Document()->HasAttribute(element, m_pData->lookup.ProtectedName()))
         m_pData->lookup.ForgetListings(Document()->Parent(element));
     m_pData->lookup.SetAttribute(element, PROTECTED, isProtected ? TRUE_TEXT : FALSE_TEXT);
 }
@@ -961,10 +1001,8 @@ void CfgXml::AssignDefaults()
         return;
     TreeModel& model = m_pData->lookup;
     CfgXmlTree& tree = *Document();
-    const CfgXmlTree::Name isProtected = tree.FindName(PROTECTED);
-    if (isProtected == CfgXmlTree::NO_NAME)
-        return;
-    const CfgXmlTree::Name type = tree.Intern(TYPE);
+    const CfgXmlTree::Name isProtected = model.ProtectedName();
+    const CfgXmlTree::Name type = model.TypeName();
     const Node root = tree.DocumentElement();
     for (const View view : {VIEW_User, VIEW_Domain, VIEW_System, VIEW_Machine}) {
         const Node top = model.FirstChildElementNamed(root, GetViewAsString(view));
@@ -1095,8 +1133,10 @@ bool CfgXml::ParseMainFile(const QByteArray& bytes, bool restoreAllowed)
         CfgXmlFile::ReadFile(m_sFileName, &unreadable);
     const ParseResult result =
         !unreadable.isEmpty() ? ParseResult{false, unreadable, 0, 0} : Parse(*m_pData->document, bytes);
-    if (result.ok)
+    if (result.ok) {
+        m_pData->lookup.Attach(m_pData->document.get()); // the parse replaced its names
         return true;
+    }
     m_pData->Reset();
     const QString text =
         ParseErrorText(QStringLiteral("Parse error in file %1: %2 at line %3 in column %4. And no "
@@ -1274,35 +1314,34 @@ void CfgXml::SaveDocument()
     }
     if (IsSavedUnchanged())
         return;
-    std::list<DetachedView> detached = DetachSideViews();
+    // The views of the side files are left out of the main file; the
+    // document itself stays as it is, so nothing known about it is lost.
+    const std::list<SideView> sideViews = SideViews();
+    std::vector<Node> leftOut;
     bool complete = true;
-    try {
-        for (const DetachedView& view : detached)
-            complete = WriteSideView(view, document->NodeName(view.element)) && complete;
-        UseStandardDeclaration(*document, m_pData->lookup);
-        QByteArray bytes = Serialise(*document);
-        if (UsageIs({CfgCenter::USAGE_1, CfgCenter::USAGE_3}))
-            bytes = CfgXmlFile::NormaliseLineEnds(bytes);
-        if (bytes != s_sBackupString || s_sBackupStringFile != m_sFileName) {
-            const CfgXmlFile::WriteResult result = RotationFindsOnlyFiles(m_sFileName)
-                                                       ? CfgXmlFile::WriteRotated(m_sFileName, bytes)
-                                                       : CfgXmlFile::WriteResult::TempNotOpened;
-            // The message names the ".bak.temp" file although ".temp" failed: intended wording.
-            if (result == CfgXmlFile::WriteResult::TempNotOpened)
-                throw KVException(QStringLiteral("Cannot open ") + m_sFileName + QStringLiteral(".bak.temp") +
-                                      QStringLiteral(" for writing."),
-                                  SOURCE_FILE, CLASS_NAME, QStringLiteral("SaveDocument"), __LINE__);
-            if (result == CfgXmlFile::WriteResult::Written) {
-                s_sBackupString = bytes;
-                s_sBackupStringFile = m_sFileName;
-            }
-            complete = complete && result == CfgXmlFile::WriteResult::Written;
-        }
-    } catch (...) {
-        GraftBack(detached);
-        throw;
+    for (const SideView& view : sideViews) {
+        complete = WriteSideView(view, document->NodeName(view.element)) && complete;
+        leftOut.push_back(view.element);
     }
-    GraftBack(detached);
+    UseStandardDeclaration(*document, m_pData->lookup);
+    QByteArray bytes = CfgXmlWriter::Serialise(*document, XML_INDENT, leftOut);
+    if (UsageIs({CfgCenter::USAGE_1, CfgCenter::USAGE_3}))
+        bytes = CfgXmlFile::NormaliseLineEnds(bytes);
+    if (bytes != s_sBackupString || s_sBackupStringFile != m_sFileName) {
+        const CfgXmlFile::WriteResult result = RotationFindsOnlyFiles(m_sFileName)
+                                                   ? CfgXmlFile::WriteRotated(m_sFileName, bytes)
+                                                   : CfgXmlFile::WriteResult::TempNotOpened;
+        // The message names the ".bak.temp" file although ".temp" failed: intended wording.
+        if (result == CfgXmlFile::WriteResult::TempNotOpened)
+            throw KVException(QStringLiteral("Cannot open ") + m_sFileName + QStringLiteral(".bak.temp") +
+                                  QStringLiteral(" for writing."),
+                              SOURCE_FILE, CLASS_NAME, QStringLiteral("SaveDocument"), __LINE__);
+        if (result == CfgXmlFile::WriteResult::Written) {
+            s_sBackupString = bytes;
+            s_sBackupStringFile = m_sFileName;
+        }
+        complete = complete && result == CfgXmlFile::WriteResult::Written;
+    }
     if (complete)
         RememberSaved();
     else
@@ -1355,11 +1394,11 @@ void CfgXml::RememberSaved()
     saved.exportView = s_sBackupExport;
 }
 
-std::list<CfgXml::DetachedView> CfgXml::DetachSideViews()
+std::list<CfgXml::SideView> CfgXml::SideViews() const
 {
-    std::list<DetachedView> detached;
+    std::list<SideView> views;
     if (!UsesSideFiles())
-        return detached;
+        return views;
     const CfgXmlTree& tree = *Document();
     const Node root = tree.DocumentElement();
     for (const auto& side : {std::make_pair(VIEW_User, QStringLiteral("usr")),
@@ -1368,14 +1407,12 @@ std::list<CfgXml::DetachedView> CfgXml::DetachSideViews()
         const Node view = tree.FirstChildElement(root, tree.FindName(GetViewAsString(side.first)));
         if (fileName.isEmpty() || view == NONE)
             continue;
-        m_pData->lookup.Remove(view);
-        detached.push_back({view, fileName});
+        views.push_back({view, fileName});
     }
-    m_pData->lookup.ForgetChildren(root);
-    return detached;
+    return views;
 }
 
-bool CfgXml::WriteSideView(const DetachedView& view, const QString& viewName)
+bool CfgXml::WriteSideView(const SideView& view, const QString& viewName)
 {
     const bool isExport = viewName == GetViewAsString(VIEW_Export);
     QByteArray bytes;
@@ -1401,16 +1438,6 @@ bool CfgXml::WriteSideView(const DetachedView& view, const QString& viewName)
     lastBytes = bytes;
     lastFile = view.fileName;
     return true;
-}
-
-void CfgXml::GraftBack(std::list<DetachedView>& views)
-{
-    if (views.empty())
-        return;
-    const Node root = Document()->DocumentElement();
-    for (DetachedView& view : views)
-        m_pData->lookup.Append(root, view.element);
-    views.clear();
 }
 
 // ---------------------------------------------------------------- exchange
@@ -1455,10 +1482,10 @@ struct Merge
             const Node created = target.CreateText(text);
             model.InsertBefore(into, created, target.FirstChild(into));
             model.Changed();
-            ApplyStamp(target, created, CfgXml::TS_Advance, false);
+            ApplyStamp(target, created, CfgXml::TS_Advance, false, model.StampName());
         } else if (!target.DataEquals(targetText, text)) {
             model.SetText(targetText, text);
-            ApplyStamp(target, targetText, CfgXml::TS_Advance, false);
+            ApplyStamp(target, targetText, CfgXml::TS_Advance, false, model.StampName());
         }
         for (const QString& attribute : {CfgXml::TYPE, CfgXml::PROTECTED}) {
             const CfgXmlTree::Name name = source.FindName(attribute);

@@ -216,7 +216,7 @@ private:
     /// A node of the document tree (CfgXmlTree::Node).
     using TreeNode = quint32;
 
-    struct DetachedView
+    struct SideView
     {
         TreeNode element;
         QString fileName;
@@ -230,6 +230,7 @@ private:
     [[noreturn]] void FailWalk(const QString& problem, int line) const;
     TreeNode FindValue(const QString& name, View view, bool create) const;
     TreeNode FindValueToRead(const QString& name, View view) const;
+    void WriteValueText(TreeNode node, TreeNode element, const QString& value);
     TreeNode SetStringImplPrivate(const QString& name, const QString& value, View view,
                                   const QString& operation);
     void SetValueAndType(const QString& name, const QString& value, const QString& type, View view,
@@ -250,12 +251,11 @@ private:
     QString SideFileName(const QString& tag) const;
     QString DataDirectory() const;
 
-    std::list<DetachedView> DetachSideViews();
-    bool WriteSideView(const DetachedView& view, const QString& viewName);
+    std::list<SideView> SideViews() const;
+    bool WriteSideView(const SideView& view, const QString& viewName);
     static bool RotationFindsOnlyFiles(const QString& fileName);
     bool IsSavedUnchanged() const;
     void RememberSaved();
-    void GraftBack(std::list<DetachedView>& views);
 
     TreeNode UserElement();
     TreeNode LoginUserElement();

@@ -1,5 +1,7 @@
 #include "configuration/cfgxml_p.h"
 
+#include "configuration/cfgxml.h"
+
 #include "configuration/cfgxmlreader_p.h"
 
 #include "kvbase/errorhandler.h"
@@ -16,6 +18,16 @@
 #include <cstring>
 
 // ---------------------------------------------------------------- TreeModel
+
+void TreeModel::Attach(CfgXmlTree* tree)
+{
+    m_tree = tree;
+    if (!tree)
+        return;
+    m_stampName = tree->Intern(CfgXml::TIME_STAMP_KEY);
+    m_typeName = tree->Intern(CfgXml::TYPE);
+    m_protectedName = tree->Intern(CfgXml::PROTECTED);
+}
 
 TreeModel::ChildIndex* TreeModel::IndexOf(Node parent)
 {

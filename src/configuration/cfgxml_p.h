@@ -32,7 +32,13 @@ public:
     using Node = CfgXmlTree::Node;
 
     /// The tree the model edits; null while no document is open.
-    void Attach(CfgXmlTree* tree) { m_tree = tree; }
+    void Attach(CfgXmlTree* tree);
+
+    /// The names every read and write asks for, looked up once per tree:
+    /// "ts", "type" and "protected".
+    CfgXmlTree::Name StampName() const { return m_stampName; }
+    CfgXmlTree::Name TypeName() const { return m_typeName; }
+    CfgXmlTree::Name ProtectedName() const { return m_protectedName; }
 
     /// The first child of `parent` whose node name is `name`; NONE when none.
     Node FirstChildNamed(Node parent, QStringView name);
@@ -105,6 +111,9 @@ private:
     ChildIndex* IndexOf(Node parent);
 
     CfgXmlTree* m_tree = nullptr;
+    CfgXmlTree::Name m_stampName = CfgXmlTree::NO_NAME;
+    CfgXmlTree::Name m_typeName = CfgXmlTree::NO_NAME;
+    CfgXmlTree::Name m_protectedName = CfgXmlTree::NO_NAME;
     QHash<Node, ChildIndex> m_children;
     QSet<Node> m_stamped;
     quint64 m_changes = 0;

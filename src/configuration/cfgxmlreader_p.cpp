@@ -123,12 +123,28 @@ private:
         CfgXmlTree::Name id = CfgXmlTree::NO_NAME;
     };
 
+    // Names are short and differ mostly at their ends ("Value1", "Value2"):
+    // the length and the bytes at both ends pick the slot.
     static size_t Hash(const char* name, int length)
     {
-        size_t hash = 14695981039346656037ull;
-        for (int i = 0; i < length; ++i)
-            hash = (hash ^ static_cast<unsigned char>(name[i])) * 1099511628211ull;
-        return hash;
+        const auto* bytes = reinterpret_cast<const unsigned char*>(name);
+        quint64 hash = (quint64(bytes[0]) << 40) | (quint64(bytes[length - 1]) << 32) |
+                       (quint64(bytes[length / 2]) << 24) | (quint64(bytes[(length - 1) / 3]) << 16) |
+                       quint64(length);
+        // The finaliser of MurmurHash3 spreads every input bit over the slot bits.
+        hash ^= hash >> 33;
+        hash *= 0xFF51AFD7ED558CCDull;
+        hash ^= hash >> 33;
+        return size_t(hash);
+    }
+
+    static bool Same(const char* a, const char* b, int length)
+    {
+        for (int i = 0; i < length; ++i) {
+            if (a[i] != b[i])
+                return false;
+        }
+        return true;
     }
 
     Slot* Probe(const char* name, int length)
@@ -136,7 +152,7 @@ private:
         const size_t mask = m_slots.size() - 1;
         for (size_t i = Hash(name, length) & mask;; i = (i + 1) & mask) {
             Slot& slot = m_slots[i];
-            if (!slot.name || (slot.length == length && memcmp(slot.name, name, size_t(length)) == 0))
+            if (!slot.name || (slot.length == length && Same(slot.name, name, length)))
                 return &slot;
         }
     }

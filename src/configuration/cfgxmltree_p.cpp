@@ -5,6 +5,7 @@
 #include <QTextStream>
 
 #include <cstring>
+#include <new>
 
 CfgXmlTree::CfgXmlTree() : m_nameSlots(64, NO_NAME)
 {
@@ -84,21 +85,45 @@ CfgXmlTree::Node CfgXmlTree::FirstTextChild(Node node) const
 
 // ---------------------------------------------------------------- names
 
+// Names are short and differ mostly at their ends ("Value1", "Value2"): the
+// first and the last four characters and the length make a good hash at the
+// cost of a few instructions.
 size_t CfgXmlTree::HashOf(QStringView name)
 {
-    size_t hash = 14695981039346656037ull;
-    for (const QChar c : name)
-        hash = (hash ^ c.unicode()) * 1099511628211ull;
-    return hash;
+    const auto size = size_t(name.size());
+    const char16_t* units = name.utf16();
+    quint64 head = 0;
+    quint64 tail = 0;
+    if (size >= 4) {
+        std::memcpy(&head, units, sizeof head);
+        std::memcpy(&tail, units + size - 4, sizeof tail);
+    } else {
+        for (size_t i = 0; i < size; ++i)
+            head = (head << 16) | units[i];
+    }
+    // The finaliser of MurmurHash3: every bit of the input reaches the low
+    // bits that pick the slot.
+    quint64 hash = head ^ (tail * 0x9E3779B97F4A7C15ull) ^ size;
+    hash ^= hash >> 33;
+    hash *= 0xFF51AFD7ED558CCDull;
+    hash ^= hash >> 33;
+    hash *= 0xC4CEB9FE1A85EC53ull;
+    return size_t(hash ^ (hash >> 33));
 }
 
-// The slot of `name`, or the free slot where it would go.
+// The slot of `name`, or the free slot where it would go. Names are looked up
+// on every read and write, so equal hashes are confirmed by comparing memory.
 size_t CfgXmlTree::SlotOf(QStringView name) const
 {
+    const size_t hash = HashOf(name);
     const size_t mask = m_nameSlots.size() - 1;
-    for (size_t i = HashOf(name) & mask;; i = (i + 1) & mask) {
+    for (size_t i = hash & mask;; i = (i + 1) & mask) {
         const Name id = m_nameSlots[i];
-        if (id == NO_NAME || m_names[id] == name)
+        if (id == NO_NAME)
+            return i;
+        const QString& candidate = m_names[id];
+        if (m_nameHashes[id] == hash && candidate.size() == name.size() &&
+            std::memcmp(candidate.constData(), name.data(), size_t(name.size()) * sizeof(QChar)) == 0)
             return i;
     }
 }
@@ -115,6 +140,7 @@ CfgXmlTree::Name CfgXmlTree::Intern(QStringView name)
         return m_nameSlots[slot];
     const Name id = Name(m_names.size());
     m_names.push_back(name.toString());
+    m_nameHashes.push_back(HashOf(name));
     m_nameSlots[slot] = id;
     if (m_names.size() * 2 > m_nameSlots.size()) {
         m_nameSlots.assign(m_nameSlots.size() * 2, NO_NAME);
@@ -195,11 +221,11 @@ void CfgXmlTree::CompactIfWasteful()
 {
     if (m_waste < 65536 || m_waste * 2 < m_pool.size())
         return;
-    std::vector<char16_t> pool;
+    Pool pool;
     pool.reserve(m_pool.size() - m_waste);
     const auto move = [this, &pool](quint32& offset, quint32 length) {
         const quint32 moved = quint32(pool.size());
-        pool.insert(pool.end(), m_pool.begin() + offset, m_pool.begin() + offset + length);
+        std::memcpy(pool.Grow(length), m_pool.data() + offset, length * sizeof(char16_t));
         offset = moved;
     };
     for (NodeData& node : m_nodes) {
@@ -208,7 +234,7 @@ void CfgXmlTree::CompactIfWasteful()
     }
     for (AttributeData& attribute : m_attributes)
         move(attribute.offset, attribute.length);
-    m_pool.swap(pool);
+    m_pool.Swap(pool);
     m_waste = 0;
 }
 
@@ -456,16 +482,38 @@ void CfgXmlTree::Reserve(qint64 bytes)
     m_attributes.reserve(m_attributes.size() + size / 8 + 16);
 }
 
+void CfgXmlTree::Pool::reserve(size_t capacity)
+{
+    if (capacity <= m_capacity)
+        return;
+    auto* grown = static_cast<char16_t*>(std::realloc(m_data, capacity * sizeof(char16_t)));
+    if (!grown)
+        throw std::bad_alloc();
+    m_data = grown;
+    m_capacity = capacity;
+}
+
+char16_t* CfgXmlTree::Pool::Grow(size_t count)
+{
+    if (m_capacity - m_size < count)
+        reserve(qMax(m_size + count, m_capacity * 2));
+    char16_t* room = m_data + m_size;
+    m_size += count;
+    return room;
+}
+
 void CfgXmlTree::AppendLatin1(const char* text, int length)
 {
     const auto* bytes = reinterpret_cast<const unsigned char*>(text);
-    m_pool.insert(m_pool.end(), bytes, bytes + length);
+    char16_t* out = m_pool.Grow(size_t(length));
+    for (int i = 0; i < length; ++i)
+        out[i] = bytes[i];
 }
 
 void CfgXmlTree::AppendUtf16(const QChar* text, int length)
 {
-    const auto* units = reinterpret_cast<const char16_t*>(text);
-    m_pool.insert(m_pool.end(), units, units + length);
+    if (length > 0)
+        std::memcpy(m_pool.Grow(size_t(length)), text, size_t(length) * sizeof(char16_t));
 }
 
 CfgXmlTree::Node CfgXmlTree::CreateTextFromPool(Kind kind, quint32 offset)

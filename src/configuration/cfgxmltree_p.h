@@ -4,6 +4,8 @@
 #include <QString>
 #include <QStringView>
 #include <QtGlobal>
+#include <cstdlib>
+#include <utility>
 #include <vector>
 
 class QDomDocument;
@@ -194,8 +196,40 @@ private:
 
     std::vector<NodeData> m_nodes;
     std::vector<AttributeData> m_attributes;
-    std::vector<char16_t> m_pool;
+    /// Character data: a growing array of UTF-16 units that, unlike a
+    /// vector, is not filled with zeros before the reader writes it.
+    class Pool
+    {
+    public:
+        Pool() = default;
+        Pool(Pool&& other) noexcept { Swap(other); }
+        Pool& operator=(Pool&& other) noexcept
+        {
+            Swap(other);
+            return *this;
+        }
+        ~Pool() { std::free(m_data); }
+
+        char16_t* data() const { return m_data; }
+        size_t size() const { return m_size; }
+        void reserve(size_t capacity);
+        /// Room for `count` more units at the end, counted as used.
+        char16_t* Grow(size_t count);
+        void Swap(Pool& other) noexcept
+        {
+            std::swap(m_data, other.m_data);
+            std::swap(m_size, other.m_size);
+            std::swap(m_capacity, other.m_capacity);
+        }
+
+    private:
+        char16_t* m_data = nullptr;
+        size_t m_size = 0;
+        size_t m_capacity = 0;
+    };
+    Pool m_pool;
     std::vector<QString> m_names;
+    std::vector<size_t> m_nameHashes;
     std::vector<Name> m_nameSlots; // open addressing over m_names, NO_NAME where free
     QString m_documentType;
     quint64 m_waste = 0; // pool units no longer referenced

@@ -74,9 +74,41 @@ struct Writer
     }
 
     const CfgXmlTree* tree = nullptr;
+    const std::vector<CfgXmlTree::Node>* leftOut = nullptr;
     std::vector<CfgXmlTree::AttributeRef> refs;
 
     bool IsText(CfgXmlTree::Node node) const { return tree->IsText(node); } // CDATA sections too
+
+    // The tree as it would be without the nodes left out.
+    bool IsLeftOut(CfgXmlTree::Node node) const
+    {
+        return node != CfgXmlTree::NONE && !leftOut->empty() &&
+               std::find(leftOut->begin(), leftOut->end(), node) != leftOut->end();
+    }
+    CfgXmlTree::Node Next(CfgXmlTree::Node node) const
+    {
+        do
+            node = tree->NextSibling(node);
+        while (IsLeftOut(node));
+        return node;
+    }
+    CfgXmlTree::Node Previous(CfgXmlTree::Node node) const
+    {
+        do
+            node = tree->PreviousSibling(node);
+        while (IsLeftOut(node));
+        return node;
+    }
+    CfgXmlTree::Node First(CfgXmlTree::Node parent) const
+    {
+        const CfgXmlTree::Node first = tree->FirstChild(parent);
+        return IsLeftOut(first) ? Next(first) : first;
+    }
+    CfgXmlTree::Node Last(CfgXmlTree::Node parent) const
+    {
+        const CfgXmlTree::Node last = tree->LastChild(parent);
+        return IsLeftOut(last) ? Previous(last) : last;
+    }
 
     void AppendEncoded(const QString& text, bool quotes, bool whitespaceAsReferences, bool carriageReturns)
     {
@@ -121,13 +153,13 @@ struct Writer
 
     void WriteElement(CfgXmlTree::Node element, int depth)
     {
-        if (!IsText(tree->PreviousSibling(element)))
+        if (!IsText(Previous(element)))
             Indent(depth);
         const QString& name = tree->NodeName(element);
         out.append(QLatin1Char('<'));
         out.append(name);
         WriteAttributes(element);
-        const CfgXmlTree::Node first = tree->FirstChild(element);
+        const CfgXmlTree::Node first = First(element);
         if (first == CfgXmlTree::NONE) {
             out.append(QLatin1String("/>"));
         } else {
@@ -135,19 +167,19 @@ struct Writer
             if (!IsText(first))
                 EndLine();
             WriteChildren(element, depth + 1);
-            if (!IsText(tree->LastChild(element)))
+            if (!IsText(Last(element)))
                 Indent(depth);
             out.append(QLatin1String("</"));
             out.append(name);
             out.append(QLatin1Char('>'));
         }
-        if (!IsText(tree->NextSibling(element)))
+        if (!IsText(Next(element)))
             EndLine();
     }
 
     void WriteComment(CfgXmlTree::Node comment, int depth)
     {
-        if (!IsText(tree->PreviousSibling(comment)))
+        if (!IsText(Previous(comment)))
             Indent(depth);
         const QString value = tree->Data(comment);
         out.append(QLatin1String("<!--"));
@@ -156,7 +188,7 @@ struct Writer
         if (value.endsWith(QLatin1Char('-')))
             out.append(QLatin1Char(' '));
         out.append(QLatin1String("-->"));
-        if (!IsText(tree->NextSibling(comment)))
+        if (!IsText(Next(comment)))
             out.append(QLatin1Char('\n'));
     }
 
@@ -192,8 +224,7 @@ struct Writer
 
     void WriteChildren(CfgXmlTree::Node parent, int depth)
     {
-        for (CfgXmlTree::Node child = tree->FirstChild(parent); child != CfgXmlTree::NONE;
-             child = tree->NextSibling(child))
+        for (CfgXmlTree::Node child = First(parent); child != CfgXmlTree::NONE; child = Next(child))
             WriteNode(child, depth);
     }
 };
@@ -223,16 +254,18 @@ const QTextCodec* DeclaredCodec(const CfgXmlTree& tree)
 
 } // namespace
 
-QByteArray CfgXmlWriter::Serialise(const CfgXmlTree& tree, int indent)
+QByteArray CfgXmlWriter::Serialise(const CfgXmlTree& tree, int indent,
+                                   const std::vector<CfgXmlTree::Node>& leftOut)
 {
     Writer writer;
     writer.tree = &tree;
+    writer.leftOut = &leftOut;
     writer.indent = indent;
     writer.codec = DeclaredCodec(tree);
     // The document type follows the declaration, before the first other node.
     bool typeWritten = false;
-    for (CfgXmlTree::Node node = tree.FirstChild(tree.Document()); node != CfgXmlTree::NONE;
-         node = tree.NextSibling(node)) {
+    for (CfgXmlTree::Node node = writer.First(tree.Document()); node != CfgXmlTree::NONE;
+         node = writer.Next(node)) {
         if (!typeWritten && !IsDeclaration(tree, node)) {
             writer.out.append(tree.DocumentTypeText());
             typeWritten = true;

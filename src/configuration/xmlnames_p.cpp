@@ -10,14 +10,37 @@ const QChar KEY_SEPARATOR = QLatin1Char('\\');
 // within ASCII: letters, '_' and ':', and after the first also digits, '-'
 // and '.'. Names are checked on every write, so ASCII is decided by
 // comparison.
+enum NameCharClass : unsigned char
+{
+    NAME_START = 1,
+    NAME_CHAR = 2
+};
+
+struct AsciiNameChars
+{
+    unsigned char of[128] = {};
+
+    constexpr AsciiNameChars()
+    {
+        for (int c = 0; c < 128; ++c) {
+            if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == ':')
+                of[c] = NAME_START | NAME_CHAR;
+            else if ((c >= '0' && c <= '9') || c == '-' || c == '.')
+                of[c] = NAME_CHAR;
+        }
+    }
+};
+
+constexpr AsciiNameChars ASCII_NAME_CHARS;
+
 bool IsAsciiNameStartChar(char16_t c)
 {
-    return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || c == u'_' || c == u':';
+    return (ASCII_NAME_CHARS.of[c] & NAME_START) != 0;
 }
 
 bool IsAsciiNameChar(char16_t c)
 {
-    return IsAsciiNameStartChar(c) || (c >= u'0' && c <= u'9') || c == u'-' || c == u'.';
+    return (ASCII_NAME_CHARS.of[c] & NAME_CHAR) != 0;
 }
 
 bool IsElementNameView(QStringView name)
@@ -37,9 +60,9 @@ bool FindInvalidComponentView(QStringView path, QStringView* invalid)
     // The components of the path, without building a list on every write;
     // empty ones (doubled separators) are skipped, as the walk skips them.
     for (qsizetype start = 0; start < path.size();) {
-        qsizetype end = path.indexOf(KEY_SEPARATOR, start);
-        if (end < 0)
-            end = path.size();
+        qsizetype end = start;
+        while (end < path.size() && path.at(end) != KEY_SEPARATOR)
+            ++end;
         if (end > start && !IsElementNameView(path.mid(start, end - start))) {
             *invalid = path.mid(start, end - start);
             return true;
@@ -63,8 +86,12 @@ bool XmlNames::IsElementName(const QString& name)
 
 int XmlNames::FirstNonXmlChar(const QString& text)
 {
+    const QChar* data = text.constData();
     for (int i = 0; i < text.size(); ++i) {
-        const QChar c = text.at(i);
+        const char16_t u = data[i].unicode();
+        if (u >= 0x20 && u < 0xD800)
+            continue; // the common case, decided at once
+        const QChar c = data[i];
         if (c.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) {
             ++i;
             continue;
