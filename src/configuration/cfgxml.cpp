@@ -1190,9 +1190,11 @@ void CfgXml::GraftSideView(const QString& viewName, const QString& fileName, con
     const CfgXmlTree& tree = *Document();
     const Node root = tree.DocumentElement();
     const Node existing = tree.FirstChildElement(root, tree.FindName(viewName));
-    if (!QFile::exists(fileName) && (existing != NONE || !UsesSideFiles()))
+    const bool exists = QFile::exists(fileName);
+    if (!exists && (existing != NONE || !UsesSideFiles()))
         return;
-    const Node view = ReadSideView(fileName, viewName, emptyTemplate);
+    // A missing side file stands for its template, whose view is empty.
+    const Node view = exists ? ReadSideView(fileName, viewName, emptyTemplate) : Document()->CreateElement(viewName);
     if (existing == NONE)
         m_pData->lookup.Append(root, view);
     else

@@ -2,6 +2,7 @@
 
 #include <QString>
 
+#include <array>
 #include <cctype>
 #include <cstring>
 #include <vector>
@@ -23,7 +24,7 @@ enum ByteClass : unsigned char
     NAME_START = 2,
     NAME_CHAR = 4,
     PLAIN_VALUE = 8, // printable ASCII that stands for itself in an attribute value
-    PLAIN_TEXT = 16  // the same in text, with line feeds and tabs; '>' is checked apart
+    PLAIN_TEXT = 16  // the same in text, with line feeds and tabs; '>' goes to the decoder
 };
 
 struct ByteClasses
@@ -63,15 +64,6 @@ bool IsSpace(char c)
     return Is(c, SPACE);
 }
 
-// Printable ASCII without references or quotes: an attribute value as it stands.
-bool IsPlainAscii(const char* text, int length)
-{
-    for (int i = 0; i < length; ++i) {
-        if (!Is(text[i], PLAIN_VALUE))
-            return false;
-    }
-    return true;
-}
 
 // Qt's parser drops text that is white space in Unicode's sense.
 bool IsBlank(const QString& text)
@@ -138,6 +130,7 @@ private:
         return size_t(hash);
     }
 
+public:
     static bool Same(const char* a, const char* b, int length)
     {
         for (int i = 0; i < length; ++i) {
@@ -147,6 +140,7 @@ private:
         return true;
     }
 
+private:
     Slot* Probe(const char* name, int length)
     {
         const size_t mask = m_slots.size() - 1;
@@ -231,8 +225,10 @@ private:
     bool Attributes(CfgXmlTree::Node element);
     bool Comment(CfgXmlTree::Node parent);
     bool Text(const char* start, const char* end, CfgXmlTree::Node parent);
+    bool CopyPlain(const char* from, int length, ByteClass plainClass);
 
     CfgXmlTree::Name Interned(const char* start, int length);
+    CfgXmlTree::Name AttributeName(int position, const char* start, int length);
 
     const char* m_p;
     const char* m_end;
@@ -241,6 +237,13 @@ private:
     QString m_text;
     CfgXmlTree m_tree;
     NameTable m_names;
+    struct RecentName
+    {
+        const char* start = nullptr;
+        int length = -1;
+        CfgXmlTree::Name name = CfgXmlTree::NO_NAME;
+    };
+    std::array<RecentName, 8> m_recentAttributes;
 };
 
 CfgXmlTree::Name Reader::Interned(const char* start, int length)
@@ -380,9 +383,38 @@ bool Reader::DocumentType(QString* name)
     return true;
 }
 
+// Copies bytes of `plainClass` to the pool as they stand, checking and
+// widening in one pass; at the first other byte nothing is kept and the
+// caller decodes instead.
+bool Reader::CopyPlain(const char* from, int length, ByteClass plainClass)
+{
+    const quint32 offset = m_tree.PoolSize();
+    char16_t* out = m_tree.GrowPool(length);
+    for (int i = 0; i < length; ++i) {
+        const char c = from[i];
+        if (!Is(c, plainClass)) {
+            m_tree.ShrinkPool(offset);
+            return false;
+        }
+        out[i] = static_cast<unsigned char>(c);
+    }
+    return true;
+}
+
+CfgXmlTree::Name Reader::AttributeName(int position, const char* start, int length)
+{
+    // Elements tend to carry the same attributes in the same order, so the
+    // name at the same position is most often the one seen last there.
+    RecentName& recent = m_recentAttributes[size_t(qMin(position, int(m_recentAttributes.size()) - 1))];
+    if (recent.length == length && NameTable::Same(recent.start, start, length))
+        return recent.name;
+    recent = {start, length, Interned(start, length)};
+    return recent.name;
+}
+
 bool Reader::Attributes(CfgXmlTree::Node element)
 {
-    for (;;) {
+    for (int position = 0;; ++position) {
         const char* beforeSpace = m_p;
         SkipSpace();
         if (m_p >= m_end)
@@ -398,14 +430,12 @@ bool Reader::Attributes(CfgXmlTree::Node element)
         if (!Name(&name, &nameLength) || !Equals() || !Quoted(&value, &valueLength))
             return false;
         const quint32 offset = m_tree.PoolSize();
-        if (IsPlainAscii(value, valueLength)) {
-            m_tree.AppendLatin1(value, valueLength);
-        } else {
+        if (!CopyPlain(value, valueLength, PLAIN_VALUE)) {
             if (!Decode(value, value + valueLength, true, m_text))
                 return false;
             m_tree.AppendUtf16(m_text.constData(), m_text.size());
         }
-        m_tree.SetAttributeFromPool(element, Interned(name, nameLength), offset);
+        m_tree.SetAttributeFromPool(element, AttributeName(position, name, nameLength), offset);
     }
 }
 
@@ -441,15 +471,8 @@ bool Reader::Text(const char* start, const char* end, CfgXmlTree::Node parent)
         ++t;
     if (t == end)
         return true; // white space between elements
-    bool plain = true;
-    for (; t < end && plain; ++t) {
-        if (!Is(*t, PLAIN_TEXT))
-            plain = *t == '>' && !(t - start >= 2 && t[-1] == ']' && t[-2] == ']');
-    }
     const quint32 offset = m_tree.PoolSize();
-    if (plain) {
-        m_tree.AppendLatin1(start, int(end - start));
-    } else {
+    if (!CopyPlain(start, int(end - start), PLAIN_TEXT)) {
         // Text that only references or other white space make blank is declined.
         if (!Decode(start, end, false, m_text) || IsBlank(m_text))
             return false;

@@ -502,14 +502,6 @@ char16_t* CfgXmlTree::Pool::Grow(size_t count)
     return room;
 }
 
-void CfgXmlTree::AppendLatin1(const char* text, int length)
-{
-    const auto* bytes = reinterpret_cast<const unsigned char*>(text);
-    char16_t* out = m_pool.Grow(size_t(length));
-    for (int i = 0; i < length; ++i)
-        out[i] = bytes[i];
-}
-
 void CfgXmlTree::AppendUtf16(const QChar* text, int length)
 {
     if (length > 0)

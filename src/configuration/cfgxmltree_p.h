@@ -155,7 +155,10 @@ public:
 
     // For the reader: character data appended to the pool directly.
     quint32 PoolSize() const { return quint32(m_pool.size()); }
-    void AppendLatin1(const char* text, int length);
+    /// Room for `count` more units at the end of the pool, to be written.
+    char16_t* GrowPool(int count) { return m_pool.Grow(size_t(count)); }
+    /// Gives back what the pool grew by since it had `size` units.
+    void ShrinkPool(quint32 size) { m_pool.Shrink(size); }
     void AppendUtf16(const QChar* text, int length);
     /// A text node over the pool range [offset, PoolSize()).
     Node CreateTextFromPool(Kind kind, quint32 offset);
@@ -215,6 +218,7 @@ private:
         void reserve(size_t capacity);
         /// Room for `count` more units at the end, counted as used.
         char16_t* Grow(size_t count);
+        void Shrink(size_t size) { m_size = qMin(m_size, size); }
         void Swap(Pool& other) noexcept
         {
             std::swap(m_data, other.m_data);
