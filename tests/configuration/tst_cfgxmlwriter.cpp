@@ -86,6 +86,42 @@ private slots:
         QCOMPARE(CfgXmlWriter::Serialise(tree, -1), document.toByteArray(-1));
     }
 
+    void writesEditedTreesAsQtWritesTheSameEdits()
+    {
+        QDomDocument document;
+        QVERIFY(document.setContent(QByteArray("<Cfg><A>text</A><B>x<C/>y</B><D/><F/></Cfg>")));
+        CfgXmlTree tree;
+        CfgXmlTree::FromDom(document, tree);
+
+        // Text taken out, an element put before text, an element replaced by text.
+        QDomElement root = document.documentElement();
+        QDomElement a = root.firstChildElement(QStringLiteral("A"));
+        a.removeChild(a.firstChild());
+        QDomElement b = root.firstChildElement(QStringLiteral("B"));
+        b.removeChild(b.firstChild());
+        b.insertBefore(document.createElement(QStringLiteral("E")), b.lastChild());
+        root.replaceChild(document.createTextNode(QStringLiteral("tail")),
+                          root.firstChildElement(QStringLiteral("D")));
+
+        const CfgXmlTree::Node treeRoot = tree.DocumentElement();
+        const CfgXmlTree::Node treeA = tree.FirstChildElement(treeRoot, tree.FindName(QStringLiteral("A")));
+        tree.Unlink(tree.FirstChild(treeA));
+        const CfgXmlTree::Node treeB = tree.FirstChildElement(treeRoot, tree.FindName(QStringLiteral("B")));
+        tree.Unlink(tree.FirstChild(treeB));
+        tree.InsertBefore(treeB, tree.CreateElement(QStringLiteral("E")), tree.LastChild(treeB));
+        tree.Replace(tree.FirstChildElement(treeRoot, tree.FindName(QStringLiteral("D"))),
+                     tree.CreateText(QStringLiteral("tail")));
+
+        const QByteArray expected = "<Cfg>\n"
+                                    "    <A/>\n"
+                                    "    <B>\n"
+                                    "        <C/>\n"
+                                    "        <E/>y</B>tail<F/>\n"
+                                    "</Cfg>\n";
+        QCOMPARE(document.toByteArray(4), expected);
+        QCOMPARE(CfgXmlWriter::Serialise(tree, 4), expected);
+    }
+
     void writesAnotherEncodingsReferencesAsQtDoes()
     {
         QDomDocument document;
