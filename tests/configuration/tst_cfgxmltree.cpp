@@ -6,8 +6,11 @@
 
 #include <QDomDocument>
 #include <QDomImplementation>
+#include <QDomNamedNodeMap>
+#include <QRandomGenerator>
 #include <QtTest>
 
+#include <algorithm>
 #include <vector>
 
 namespace {
@@ -69,6 +72,39 @@ Node ParentWith(CfgXmlTree& tree, const QStringList& names, std::vector<Node>& c
 }
 
 const QStringList ABC{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")};
+
+/// A sub-tree as lines: name, data and the sorted attributes of each node.
+void Describe(const CfgXmlTree& tree, Node node, int depth, QStringList& lines)
+{
+    lines << QString(depth, QLatin1Char(' ')) + tree.NodeName(node) + QLatin1Char('[') + tree.Data(node) +
+                 QStringLiteral("] ") +
+                 (tree.IsElement(node) ? AttributesOf(tree, node).join(QLatin1Char(' ')) : QString());
+    for (Node child = tree.FirstChild(node); child != CfgXmlTree::NONE; child = tree.NextSibling(child))
+        Describe(tree, child, depth + 1, lines);
+}
+
+void Describe(const QDomNode& node, int depth, QStringList& lines)
+{
+    QStringList pairs;
+    const QDomNamedNodeMap attributes = node.attributes();
+    for (int i = 0; i < attributes.count(); ++i)
+        pairs << attributes.item(i).nodeName() + QLatin1Char('=') + attributes.item(i).nodeValue();
+    pairs.sort();
+    lines << QString(depth, QLatin1Char(' ')) + node.nodeName() + QLatin1Char('[') + node.nodeValue() +
+                 QStringLiteral("] ") + pairs.join(QLatin1Char(' '));
+    for (QDomNode child = node.firstChild(); !child.isNull(); child = child.nextSibling())
+        Describe(child, depth + 1, lines);
+}
+
+/// Whether `node` hangs below `root`.
+bool IsUnder(const CfgXmlTree& tree, Node node, Node root)
+{
+    for (; node != CfgXmlTree::NONE; node = tree.Parent(node)) {
+        if (node == root)
+            return true;
+    }
+    return false;
+}
 
 } // namespace
 
@@ -629,6 +665,160 @@ private slots:
         QCOMPARE(tree.Data(text), QStringLiteral("short"));
         QCOMPARE(tree.Data(comment), QStringLiteral(" a much longer note than before "));
         QCOMPARE(tree.Data(cdata), QStringLiteral("<raw>"));
+    }
+
+    void randomEditsMatchQtsDomUnderTheSameEdits()
+    {
+        // Every edit is made to a tree and to Qt's DOM alike; texts long
+        // enough that the pool compacts many times on the way.
+        QRandomGenerator random(20261123);
+        CfgXmlTree tree;
+        QDomDocument document;
+        std::vector<Node> nodes{tree.CreateElement(QStringLiteral("Cfg"))};
+        std::vector<QDomNode> domNodes{document.createElement(QStringLiteral("Cfg"))};
+        const Node root = nodes[0];
+        tree.Append(tree.Document(), root);
+        document.appendChild(domNodes[0]);
+        const QStringList names{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("ts"),
+                                QStringLiteral("type")};
+        const auto text = [&random]() {
+            const int length = random.bounded(8) == 0 ? random.bounded(3000) : random.bounded(12);
+            return QString(length, QLatin1Char('a' + random.bounded(26)));
+        };
+        // A node in the document, or one not linked anywhere.
+        const auto pick = [&](bool linked, bool element) {
+            for (;;) {
+                const size_t i = random.bounded(quint32(nodes.size()));
+                const bool fits =
+                    linked ? IsUnder(tree, nodes[i], root) : tree.Parent(nodes[i]) == CfgXmlTree::NONE;
+                if (fits && (!element || tree.IsElement(nodes[i])))
+                    return i;
+            }
+        };
+        int compactions = 0;
+        for (int step = 0; step < 20000; ++step) {
+            const quint32 poolBefore = tree.PoolSize();
+            const bool anyUnlinked = std::any_of(nodes.begin(), nodes.end(),
+                                                 [&](Node n) { return tree.Parent(n) == CfgXmlTree::NONE; });
+            switch (random.bounded(12)) {
+            case 0: // a new element or text, at the end or before a child
+            case 1: {
+                const size_t parent = pick(true, true);
+                if (random.bounded(2) == 0) {
+                    const QString name = names.at(random.bounded(names.size()));
+                    nodes.push_back(tree.CreateElement(name));
+                    domNodes.push_back(document.createElement(name));
+                } else {
+                    const QString data = text();
+                    nodes.push_back(tree.CreateText(data));
+                    domNodes.push_back(document.createTextNode(data));
+                }
+                // At the end, or before a child chosen at random.
+                const int count = domNodes[parent].childNodes().count();
+                const int at = random.bounded(count + 1);
+                if (at == count) {
+                    tree.Append(nodes[parent], nodes.back());
+                    domNodes[parent].appendChild(domNodes.back());
+                } else {
+                    Node before = tree.FirstChild(nodes[parent]);
+                    for (int k = 0; k < at; ++k)
+                        before = tree.NextSibling(before);
+                    tree.InsertBefore(nodes[parent], nodes.back(), before);
+                    domNodes[parent].insertBefore(domNodes.back(), domNodes[parent].childNodes().at(at));
+                }
+                break;
+            }
+            case 2: { // unlink
+                if (nodes.size() < 2)
+                    break;
+                const size_t i = pick(true, false);
+                if (nodes[i] == root)
+                    break;
+                tree.Unlink(nodes[i]);
+                domNodes[i].parentNode().removeChild(domNodes[i]);
+                break;
+            }
+            case 3: { // replace a linked node with an unlinked one
+                if (!anyUnlinked)
+                    break;
+                const size_t old = pick(true, false);
+                if (nodes[old] == root)
+                    break;
+                const size_t replacement = pick(false, false);
+                tree.Replace(nodes[old], nodes[replacement]);
+                domNodes[old].parentNode().replaceChild(domNodes[replacement], domNodes[old]);
+                break;
+            }
+            case 4: { // link an unlinked node again
+                if (!anyUnlinked)
+                    break;
+                const size_t i = pick(false, false);
+                const size_t parent = pick(true, true);
+                tree.Append(nodes[parent], nodes[i]);
+                domNodes[parent].appendChild(domNodes[i]);
+                break;
+            }
+            case 5: // change a text, linked or not
+            case 6:
+            case 7:
+            case 8:
+            case 9: {
+                std::vector<size_t> texts;
+                for (size_t i = 0; i < nodes.size(); ++i) {
+                    if (tree.KindOf(nodes[i]) == CfgXmlTree::TextNode)
+                        texts.push_back(i);
+                }
+                if (texts.empty())
+                    break;
+                const size_t i = texts[random.bounded(quint32(texts.size()))];
+                const QString data = text();
+                QCOMPARE(tree.SetData(nodes[i], data), domNodes[i].nodeValue() != data);
+                domNodes[i].setNodeValue(data);
+                break;
+            }
+            case 10: { // set an attribute, on an element linked or not
+                size_t i = random.bounded(quint32(nodes.size()));
+                while (!tree.IsElement(nodes[i]))
+                    i = random.bounded(quint32(nodes.size()));
+                const QString name = names.at(random.bounded(names.size()));
+                const QString value = text();
+                QDomElement element = domNodes[i].toElement();
+                const bool changes = !element.hasAttribute(name) || element.attribute(name) != value;
+                QCOMPARE(tree.SetAttribute(nodes[i], name, value), changes);
+                element.setAttribute(name, value);
+                break;
+            }
+            case 11: { // remove an attribute
+                const size_t i = pick(true, true);
+                const QString name = names.at(random.bounded(names.size()));
+                QDomElement element = domNodes[i].toElement();
+                QCOMPARE(tree.RemoveAttribute(nodes[i], tree.Intern(name)), element.hasAttribute(name));
+                element.removeAttribute(name);
+                break;
+            }
+            }
+            if (tree.PoolSize() < poolBefore)
+                ++compactions;
+            if (step % 2000 == 1999) {
+                // The links both ways, the document and every sub-tree not linked anywhere.
+                for (const Node node : nodes) {
+                    QStringList backward = Backward(tree, node).split(QLatin1Char(' '));
+                    std::reverse(backward.begin(), backward.end());
+                    QCOMPARE(backward.join(QLatin1Char(' ')), Forward(tree, node));
+                    QVERIFY(ParentsAre(tree, node));
+                }
+                for (size_t i = 0; i < nodes.size(); ++i) {
+                    if (nodes[i] != root && tree.Parent(nodes[i]) != CfgXmlTree::NONE)
+                        continue;
+                    QStringList byTree;
+                    QStringList byQt;
+                    Describe(tree, nodes[i], 0, byTree);
+                    Describe(domNodes[i], 0, byQt);
+                    QCOMPARE(byTree, byQt);
+                }
+            }
+        }
+        QVERIFY2(compactions >= 2, qPrintable(QString::number(compactions)));
     }
 
     void takesEveryNodeKindFromQtsDom()
