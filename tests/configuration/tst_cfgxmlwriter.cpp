@@ -70,6 +70,8 @@ private slots:
         QTest::newRow("document type without declaration") << QByteArray("<!DOCTYPE cfg><Cfg><A/></Cfg>");
         QTest::newRow("document type with a public identifier")
             << QByteArray("<!DOCTYPE cfg PUBLIC \"-//Zent//Cfg//EN\" \"cfg.dtd\"><Cfg/>");
+        QTest::newRow("internal subset, external entity left as a reference") << QByteArray(
+            "<!DOCTYPE cfg [<!NOTATION n SYSTEM 'n'><!ENTITY e SYSTEM 'f.xml'>]><Cfg>a&e;b<A/></Cfg>");
         QTest::newRow("comment and instruction after the root")
             << QByteArray("<?xml version='1.0'?><!--before--><Cfg><A/></Cfg><!--after--><?pi after?>");
     }
