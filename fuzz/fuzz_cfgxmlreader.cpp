@@ -1,19 +1,23 @@
-// Differential target of the configuration reader and writer. The same bytes
-// go to CfgXmlReader::ReadPlain and to QDomDocument::setContent: whatever the
-// reader reads, Qt's parser must accept and build into the same tree (node
-// kinds, names, values, attributes, document type), which then saves to the
-// same bytes. For every document Qt's parser accepts, CfgXmlWriter must write
-// the bytes of Qt's own writer with every element's attributes sorted.
-// Inputs the reader declines take Qt's parser in the library, so their
-// verdict and error text are Qt's by construction.
+// Differential target of the configuration reader, document tree and writer.
+// The same bytes go to CfgXmlReader::ReadPlain and to QDomDocument::setContent:
+// whatever the reader reads, Qt's parser must accept and build into the same
+// tree (node kinds, names, values, attributes, document type), which then
+// saves to the same bytes. For every document Qt's parser accepts, its DOM
+// taken over by CfgXmlTree::FromDom must save to the bytes of Qt's own writer
+// with every element's attributes sorted. Inputs the reader declines take
+// Qt's parser in the library, so their verdict and error text are Qt's by
+// construction. Copies of a tree, made within it and into another, save the
+// same.
 
 #include "configuration/cfgxmlreader_p.h"
+#include "configuration/cfgxmltree_p.h"
 #include "configuration/cfgxmlwriter_p.h"
 
 #include <QByteArray>
 #include <QCoreApplication>
 #include <QDomDocument>
 #include <QDomNamedNodeMap>
+#include <QStringList>
 
 #include <algorithm>
 #include <cstddef>
@@ -128,35 +132,108 @@ QByteArray ReferenceBytes(const QDomDocument& document)
     return WithSortedAttributes(document.toByteArray(INDENT));
 }
 
-bool SameTree(const QDomNode& a, const QDomNode& b)
+// Both trees as lines, one per node: kind (QDomNode's numbers), name, value
+// and the attributes sorted by name; the document type's name first.
+QString Line(int depth, int kind, const QString& name, const QString& value, QStringList pairs)
 {
-    if (a.nodeType() != b.nodeType() || a.nodeName() != b.nodeName() || a.nodeValue() != b.nodeValue())
-        return false;
-    if (a.isElement()) {
-        const QDomNamedNodeMap first = a.attributes();
-        const QDomNamedNodeMap second = b.attributes();
-        if (first.count() != second.count())
-            return false;
-        for (int i = 0; i < first.count(); ++i) {
-            const QDomNode attribute = first.item(i);
-            const QDomNode other = second.namedItem(attribute.nodeName());
-            if (other.isNull() || other.nodeValue() != attribute.nodeValue())
-                return false;
-        }
-    }
-    QDomNode x = a.firstChild();
-    QDomNode y = b.firstChild();
-    for (; !x.isNull() && !y.isNull(); x = x.nextSibling(), y = y.nextSibling()) {
-        if (!SameTree(x, y))
-            return false;
-    }
-    return x.isNull() && y.isNull();
+    QString line = QString(depth * 2, QLatin1Char(' ')) + QString::number(kind) + QLatin1Char(' ') + name +
+                   QStringLiteral(" [") + value + QLatin1Char(']');
+    pairs.sort();
+    for (const QString& pair : pairs)
+        line += QLatin1Char(' ') + pair;
+    return line;
 }
 
-bool SameType(const QDomDocumentType& a, const QDomDocumentType& b)
+void Describe(const QDomNode& parent, int depth, QStringList& lines)
 {
-    return a.name() == b.name() && a.publicId() == b.publicId() && a.systemId() == b.systemId() &&
-           a.publicId().isNull() == b.publicId().isNull() && a.systemId().isNull() == b.systemId().isNull();
+    for (QDomNode node = parent.firstChild(); !node.isNull(); node = node.nextSibling()) {
+        const QDomNamedNodeMap attributes = node.attributes();
+        QStringList pairs;
+        for (int i = 0; i < attributes.count(); ++i)
+            pairs << attributes.item(i).nodeName() + QLatin1Char('=') + attributes.item(i).nodeValue();
+        lines << Line(depth, node.nodeType(), node.nodeName(), node.nodeValue(), pairs);
+        Describe(node, depth + 1, lines);
+    }
+}
+
+QStringList Describe(const QDomDocument& document)
+{
+    QStringList lines{QStringLiteral("doctype [") + document.doctype().name() + QLatin1Char(']')};
+    Describe(document, 0, lines);
+    return lines;
+}
+
+int DomKind(CfgXmlTree::Kind kind)
+{
+    switch (kind) {
+    case CfgXmlTree::ElementNode:
+        return QDomNode::ElementNode;
+    case CfgXmlTree::TextNode:
+        return QDomNode::TextNode;
+    case CfgXmlTree::CDataNode:
+        return QDomNode::CDATASectionNode;
+    case CfgXmlTree::CommentNode:
+        return QDomNode::CommentNode;
+    case CfgXmlTree::ProcessingInstructionNode:
+        return QDomNode::ProcessingInstructionNode;
+    default:
+        return 0; // no DOM kind of its own
+    }
+}
+
+// The name in the text Qt writes for a document type: "<!DOCTYPE cfg>\n".
+QString DocumentTypeName(const QString& text)
+{
+    const QString prefix = QStringLiteral("<!DOCTYPE ");
+    if (!text.startsWith(prefix))
+        return QString();
+    int end = prefix.size();
+    while (end < text.size() && text.at(end) != QLatin1Char(' ') && text.at(end) != QLatin1Char('>'))
+        ++end;
+    return text.mid(prefix.size(), end - prefix.size());
+}
+
+void Describe(const CfgXmlTree& tree, CfgXmlTree::Node parent, int depth, QStringList& lines)
+{
+    std::vector<CfgXmlTree::AttributeRef> attributes;
+    for (CfgXmlTree::Node node = tree.FirstChild(parent); node != CfgXmlTree::NONE;
+         node = tree.NextSibling(node)) {
+        QStringList pairs;
+        if (tree.IsElement(node)) {
+            tree.Attributes(node, attributes);
+            for (const CfgXmlTree::AttributeRef& attribute : attributes)
+                pairs << tree.NameText(attribute.name) + QLatin1Char('=') +
+                             QString(tree.Chars(attribute.offset), int(attribute.length));
+        }
+        lines << Line(depth, DomKind(tree.KindOf(node)), tree.NodeName(node), tree.Data(node), pairs);
+        Describe(tree, node, depth + 1, lines);
+    }
+}
+
+QStringList Describe(const CfgXmlTree& tree)
+{
+    QStringList lines{QStringLiteral("doctype [") + DocumentTypeName(tree.DocumentTypeText()) +
+                      QLatin1Char(']')};
+    Describe(tree, tree.Document(), 0, lines);
+    return lines;
+}
+
+// A tree copied node by node into a tree of its own, and then with its root
+// replaced by a copy made within that tree, saves to the same bytes.
+bool CopiesSaveTheSame(const CfgXmlTree& tree, const QByteArray& expected)
+{
+    CfgXmlTree copy;
+    copy.SetDocumentTypeText(tree.DocumentTypeText());
+    for (CfgXmlTree::Node node = tree.FirstChild(tree.Document()); node != CfgXmlTree::NONE;
+         node = tree.NextSibling(node))
+        copy.Append(copy.Document(), copy.Import(tree, node));
+    if (CfgXmlWriter::Serialise(copy, INDENT) != expected)
+        return false;
+    const CfgXmlTree::Node root = copy.DocumentElement();
+    if (root == CfgXmlTree::NONE)
+        return true;
+    copy.Replace(root, copy.Import(copy, root));
+    return CfgXmlWriter::Serialise(copy, INDENT) == expected;
 }
 
 } // namespace
@@ -171,15 +248,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const QByteArray bytes(reinterpret_cast<const char*>(data), static_cast<int>(size));
     QDomDocument byQt;
     const bool qtAccepts = byQt.setContent(bytes);
-    if (qtAccepts && CfgXmlWriter::Serialise(byQt, INDENT) != ReferenceBytes(byQt))
-        std::abort();
+    QByteArray reference;
+    if (qtAccepts) {
+        reference = ReferenceBytes(byQt);
+        CfgXmlTree converted;
+        CfgXmlTree::FromDom(byQt, converted);
+        if (CfgXmlWriter::Serialise(converted, INDENT) != reference ||
+            !CopiesSaveTheSame(converted, reference))
+            std::abort();
+    }
 
-    QDomDocument byReader;
+    CfgXmlTree byReader;
     if (!CfgXmlReader::ReadPlain(bytes, MAX_NESTING, byReader))
         return 0;
-    if (!qtAccepts || !SameTree(byQt, byReader) || !SameType(byQt.doctype(), byReader.doctype()))
+    if (!qtAccepts || Describe(byReader) != Describe(byQt))
         std::abort();
-    if (CfgXmlWriter::Serialise(byReader, INDENT) != ReferenceBytes(byQt))
+    if (CfgXmlWriter::Serialise(byReader, INDENT) != reference)
         std::abort();
     return 0;
 }
