@@ -280,6 +280,7 @@ bool CfgXmlTree::AttributeEquals(Node element, Name name, QStringView value) con
 
 bool CfgXmlTree::SetAttribute(Node element, Name name, QStringView value)
 {
+    Q_ASSERT(IsElement(element));
     const quint32 a = FindAttribute(element, name);
     if (a == NO_ATTRIBUTE) {
         const quint32 offset = Store(value);
@@ -315,6 +316,8 @@ bool CfgXmlTree::RemoveAttribute(Node element, Name name)
 void CfgXmlTree::Attributes(Node element, std::vector<AttributeRef>& out) const
 {
     out.clear();
+    if (element == NONE || m_nodes[element].kind != ElementNode)
+        return; // other nodes keep character data where elements keep attributes
     for (quint32 a = m_nodes[element].offset; a != NO_ATTRIBUTE; a = m_attributes[a].next)
         out.push_back({m_attributes[a].name, m_attributes[a].offset, m_attributes[a].length});
 }
@@ -518,6 +521,7 @@ CfgXmlTree::Node CfgXmlTree::CreateTextFromPool(Kind kind, quint32 offset)
 
 void CfgXmlTree::SetAttributeFromPool(Node element, Name name, quint32 offset)
 {
+    Q_ASSERT(IsElement(element));
     const quint32 length = PoolSize() - offset;
     const quint32 a = FindAttribute(element, name);
     if (a != NO_ATTRIBUTE) {

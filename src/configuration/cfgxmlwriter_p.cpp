@@ -6,10 +6,10 @@
 #include <algorithm>
 #include <vector>
 
-// Writes the same characters as QDomDocument::toString would for the same tree: the DOM's layout and
-// escaping rules, node by node. Asking the codec whether it can encode each
-// character is what made Qt's writer slow; UTF-8 can encode every QChar, so
-// only other declared encodings ask.
+// Writes the characters QDomDocument::toString writes for the same tree: the
+// DOM's layout and escaping rules, node by node. Asking the codec whether it
+// can encode each character is what made Qt's writer slow; UTF-8 can encode
+// every QChar, so only other declared encodings ask.
 
 namespace {
 
@@ -18,7 +18,6 @@ struct Writer
     QString out;
     int indent = 0;
     const QTextCodec* codec = nullptr; // null: UTF-8, every character encodable
-    std::vector<std::pair<QString, QString>> attributes;
 
     void Indent(int depth)
     {
