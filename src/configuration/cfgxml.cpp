@@ -1020,18 +1020,19 @@ void CfgXml::AssignDefaults()
 void CfgXml::OpenDocument(bool restoreAllowed)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
-    CfgXmlFile::CompleteInterruptedRotation(m_sFileName);
+    const bool exists = CfgXmlFile::CompleteInterruptedRotation(m_sFileName);
     m_pData->Reset();
     m_pData->document = NewDocument(true);
     m_pData->lookup.Attach(m_pData->document.get());
-    if (!QFile::exists(m_sFileName)) {
+    if (!exists) {
         if (GetSelectedView() == VIEW_User) {
             OpenUserOnlyDocument();
             return;
         }
         HandleMissingFile();
     }
-    if (!ParseMainFile(ReadOrCreateFile(), restoreAllowed))
+    // A missing file may have been restored from its backup meanwhile.
+    if (!ParseMainFile(ReadOrCreateFile(exists || QFile::exists(m_sFileName)), restoreAllowed))
         return;
     const CfgXmlTree& tree = *Document();
     const Node root = tree.DocumentElement();
@@ -1096,10 +1097,9 @@ void CfgXml::HandleMissingFile()
     throw KVException(message, SOURCE_FILE, CLASS_NAME, QStringLiteral("OpenDocument"), __LINE__);
 }
 
-QByteArray CfgXml::ReadOrCreateFile()
+QByteArray CfgXml::ReadOrCreateFile(bool existed)
 {
     QFile file;
-    const bool existed = QFile::exists(m_sFileName);
     if (!existed) {
         // Made afresh, so that a link planted in its place is not followed.
         if (!ZentOS::Get().CreateNewFile(file, m_sFileName)) {
@@ -1186,11 +1186,10 @@ void CfgXml::GraftSideView(const QString& viewName, const QString& fileName, con
     const bool reads = viewName == GetViewAsString(VIEW_User) ? !m_bNoSideFiles : UsesSideFiles();
     if (!reads || fileName.isEmpty())
         return;
-    CfgXmlFile::CompleteInterruptedRotation(fileName);
+    const bool exists = CfgXmlFile::CompleteInterruptedRotation(fileName);
     const CfgXmlTree& tree = *Document();
     const Node root = tree.DocumentElement();
     const Node existing = tree.FirstChildElement(root, tree.FindName(viewName));
-    const bool exists = QFile::exists(fileName);
     if (!exists && (existing != NONE || !UsesSideFiles()))
         return;
     // A missing side file stands for its template, whose view is empty.

@@ -242,7 +242,7 @@ private:
 
     void OpenUserOnlyDocument();
     void HandleMissingFile();
-    QByteArray ReadOrCreateFile();
+    QByteArray ReadOrCreateFile(bool existed);
     bool ParseMainFile(const QByteArray& bytes, bool restoreAllowed);
     void ValidateViews(TreeNode root);
     void GraftSideView(const QString& viewName, const QString& fileName, const char* emptyTemplate);

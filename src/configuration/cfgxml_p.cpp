@@ -341,10 +341,10 @@ CfgXmlFile::WriteResult CfgXmlFile::WriteRotated(const QString& fileName, const 
     return WriteResult::Written;
 }
 
-void CfgXmlFile::CompleteInterruptedRotation(const QString& fileName)
+bool CfgXmlFile::CompleteInterruptedRotation(const QString& fileName)
 {
     if (QFile::exists(fileName))
-        return;
+        return true;
     // F.temp was flushed to disk before F was renamed away, so it is complete
     // whenever F is missing; F.bak.temp is the document before it.
     for (const QString& candidate :
@@ -354,9 +354,10 @@ void CfgXmlFile::CompleteInterruptedRotation(const QString& fileName)
                          candidate,
                      SOURCE_FILE, __LINE__);
             ZentOS::Get().SyncDirectory(DirectoryOf(fileName));
-            return;
+            return true;
         }
     }
+    return false;
 }
 
 bool CfgXmlFile::HasUsableBackup(const QString& fileName)

@@ -222,7 +222,8 @@ WriteResult WriteRotated(const QString& fileName, const QByteArray& bytes);
 
 /// Completes a rotation that a crash interrupted while the file was missing:
 /// the newest complete file of ".temp" and ".bak.temp" becomes the file.
-void CompleteInterruptedRotation(const QString& fileName);
+/// Returns whether the file is there afterwards.
+bool CompleteInterruptedRotation(const QString& fileName);
 
 /// Sets `fileName` aside as fileName + ".corrupt." + UTC time stamp and
 /// writes the bytes of its ".bak" in its place. An empty or missing backup

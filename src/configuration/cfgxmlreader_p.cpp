@@ -467,8 +467,15 @@ bool Reader::Comment(CfgXmlTree::Node parent)
 bool Reader::Text(const char* start, const char* end, CfgXmlTree::Node parent)
 {
     const char* t = start;
-    while (t < end && IsSpace(*t))
+    // Indentation comes in runs of spaces, eight at a time.
+    static constexpr quint64 EIGHT_SPACES = 0x2020202020202020ull;
+    for (quint64 word;;) {
+        while (end - t >= 8 && (std::memcpy(&word, t, 8), word == EIGHT_SPACES))
+            t += 8;
+        if (t == end || !IsSpace(*t))
+            break;
         ++t;
+    }
     if (t == end)
         return true; // white space between elements
     const quint32 offset = m_tree.PoolSize();
