@@ -477,12 +477,16 @@ CfgXmlTree::Node CfgXmlTree::Import(const CfgXmlTree& source, Node node)
 
 // ---------------------------------------------------------------- reading
 
-void CfgXmlTree::Reserve(qint64 bytes)
+void CfgXmlTree::Reserve(qint64 bytes, int tags)
 {
+    // Every character becomes at most one unit; every tag gives at most an
+    // element or comment and the text before it; elements carry three
+    // attributes or fewer as a rule, and the arrays grow for more.
     const size_t size = size_t(qMax<qint64>(bytes, 0));
+    const size_t nodes = size_t(qMax(tags, 0)) * 2 + 2;
     m_pool.reserve(m_pool.size() + size);
-    m_nodes.reserve(m_nodes.size() + size / 8 + 16);
-    m_attributes.reserve(m_attributes.size() + size / 8 + 16);
+    m_nodes.reserve(m_nodes.size() + qMin(nodes, size / 2 + 2));
+    m_attributes.reserve(m_attributes.size() + qMin(nodes / 2 * 3, size / 4 + 2));
 }
 
 void CfgXmlTree::Pool::reserve(size_t capacity)

@@ -149,9 +149,9 @@ public:
     /// plain documents only, Qt's parser decides on the rest.
     static void FromDom(const QDomDocument& document, CfgXmlTree& tree);
 
-    /// Room for a document of `bytes` bytes, so that reading it does not
-    /// move the arrays; untouched room costs address space, not memory.
-    void Reserve(qint64 bytes);
+    /// Room for a document of `bytes` bytes with `tags` tags, so that
+    /// reading it does not move the arrays.
+    void Reserve(qint64 bytes, int tags);
 
     // For the reader: character data appended to the pool directly.
     quint32 PoolSize() const { return quint32(m_pool.size()); }
