@@ -195,7 +195,8 @@ void CfgXmlTree::Overwrite(quint32* offset, quint32* length, QStringView text)
 {
     const quint32 size = quint32(text.size());
     if (size <= *length) {
-        std::memcpy(m_pool.data() + *offset, text.data(), size * sizeof(QChar));
+        if (size > 0) // a null string has no data to copy
+            std::memcpy(m_pool.data() + *offset, text.data(), size * sizeof(QChar));
         m_waste += *length - size;
     } else {
         m_waste += *length;
