@@ -2,8 +2,8 @@
 
 #include "configuration/cfgcenter.h"
 #include "configuration/cfgxml_p.h"
-#include "configuration/cfgxmltree_p.h"
 #include "configuration/cfgxmlreader_p.h"
+#include "configuration/cfgxmltree_p.h"
 #include "configuration/cfgxmlwriter_p.h"
 #include "configuration/xmlnames_p.h"
 #include "kvbase/errorhandler.h"
@@ -121,7 +121,8 @@ void CheckValueText(const QString& name, const QString& value, const QString& op
 // A value has text as its first child, or no text but a "protected" flag (an empty value).
 bool IsValue(const CfgXmlTree& tree, Node element)
 {
-    return tree.IsText(tree.FirstChild(element)) || tree.HasAttribute(element, tree.FindName(CfgXml::PROTECTED));
+    return tree.IsText(tree.FirstChild(element)) ||
+           tree.HasAttribute(element, tree.FindName(CfgXml::PROTECTED));
 }
 
 QString TypeFromText(const QString& text)
@@ -225,7 +226,8 @@ void StampElement(CfgXmlTree& tree, Node element, int mode, qint32 now, CfgXmlTr
         tree.RemoveAttribute(element, stamp);
         break;
     case CfgXml::TS_Advance:
-        tree.SetAttribute(element, stamp, FormatStamp(AdvancedStamp(tree.AttributeView(element, stamp), now), buffer));
+        tree.SetAttribute(element, stamp,
+                          FormatStamp(AdvancedStamp(tree.AttributeView(element, stamp), now), buffer));
         break;
     default:
         break;
@@ -293,8 +295,8 @@ void UseStandardDeclaration(CfgXmlTree& document, TreeModel& model)
 {
     const Node first = document.FirstChild(document.Document());
     if (first == NONE || document.KindOf(first) != CfgXmlTree::ProcessingInstructionNode ||
-        document.NodeName(first) != XML_DECLARATION_TARGET || document.DataEquals(first, PARSED_DECLARATION) ||
-        document.DataEquals(first, NEW_DECLARATION))
+        document.NodeName(first) != XML_DECLARATION_TARGET ||
+        document.DataEquals(first, PARSED_DECLARATION) || document.DataEquals(first, NEW_DECLARATION))
         return;
     model.SetText(first, PARSED_DECLARATION);
 }
@@ -669,7 +671,8 @@ bool CfgXml::FindInvalidNodeName(View view, QString* invalid) const
 CfgXml::TreeNode CfgXml::SetStringImplPrivate(const QString& name, const QString& value, View view,
                                               const QString& operation)
 {
-    const ReadCache::Entry* known = name.isEmpty() || !Document() ? nullptr : KnownValue(*m_pData, m_sKey, name, view);
+    const ReadCache::Entry* known =
+        name.isEmpty() || !Document() ? nullptr : KnownValue(*m_pData, m_sKey, name, view);
     if (known && known->value != NONE) {
         // A value found before: its path and name are elements of the
         // document, so its name passes the check.
@@ -778,7 +781,8 @@ ICfg::AttributeType CfgXml::GetAttributeType(QString name, View view)
         return TYPE_Undefined;
     const CfgXmlTree& tree = *Document();
     bool known = false;
-    const AttributeType declared = TypeFromAttribute(tree.Attribute(element, m_pData->lookup.TypeName()), &known);
+    const AttributeType declared =
+        TypeFromAttribute(tree.Attribute(element, m_pData->lookup.TypeName()), &known);
     if (known)
         return declared;
     const QString text = tree.TextOf(element);
@@ -805,7 +809,8 @@ bool CfgXml::IsProtected(QString name, View view)
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     const Node element = FindValue(name, ResolveView(view), false);
-    return element != NONE && Document()->AttributeEquals(element, m_pData->lookup.ProtectedName(), TRUE_TEXT);
+    return element != NONE &&
+           Document()->AttributeEquals(element, m_pData->lookup.ProtectedName(), TRUE_TEXT);
 }
 
 void CfgXml::SetProtected(QString name, bool isProtected, View view)
@@ -1193,7 +1198,8 @@ void CfgXml::GraftSideView(const QString& viewName, const QString& fileName, con
     if (!exists && (existing != NONE || !UsesSideFiles()))
         return;
     // A missing side file stands for its template, whose view is empty.
-    const Node view = exists ? ReadSideView(fileName, viewName, emptyTemplate) : Document()->CreateElement(viewName);
+    const Node view =
+        exists ? ReadSideView(fileName, viewName, emptyTemplate) : Document()->CreateElement(viewName);
     if (existing == NONE)
         m_pData->lookup.Append(root, view);
     else
@@ -1203,7 +1209,8 @@ void CfgXml::GraftSideView(const QString& viewName, const QString& fileName, con
 }
 
 // The view of a side file, copied into the document (not linked yet).
-CfgXml::TreeNode CfgXml::ReadSideView(const QString& fileName, const QString& viewName, const char* emptyTemplate)
+CfgXml::TreeNode CfgXml::ReadSideView(const QString& fileName, const QString& viewName,
+                                      const char* emptyTemplate)
 {
     CfgXmlTree side;
     QString problem;
@@ -1589,7 +1596,8 @@ void ForEachMarkedChild(const CfgXmlTree& tree, Node parent, const QString& name
 {
     const CfgXmlTree::Name id = tree.FindName(name);
     const CfgXmlTree::Name marker = tree.FindName(CfgXml::NODE_TYPE);
-    for (Node child = tree.FirstChildElement(parent, id); child != NONE; child = tree.NextSiblingElement(child, id)) {
+    for (Node child = tree.FirstChildElement(parent, id); child != NONE;
+         child = tree.NextSiblingElement(child, id)) {
         if (tree.AttributeEquals(child, marker, nodeType) && !visit(child))
             return;
     }
@@ -1634,7 +1642,8 @@ void CfgXml::SetUserViewSubkey(const QString& subkey)
     if (Document())
         CfgXml(this, CfgCenter::GetAppName(), VIEW_User).GetNode(QString(), VIEW_User, false);
     const Node login = LoginUserElement();
-    const QString active = login == NONE ? QString() : Document()->Attribute(login, Document()->FindName(ACTIVE_USER));
+    const QString active =
+        login == NONE ? QString() : Document()->Attribute(login, Document()->FindName(ACTIVE_USER));
     if (!active.isEmpty()) {
         s_addtionalSubkeys.push_front(active);
         ++s_partitionChanges;
@@ -1800,7 +1809,8 @@ std::list<QString> CfgXml::GetUsers()
         return users;
     const Node container = tree->FirstChildElement(UserElement(), tree->FindName(SUBKEY_CONTAINER));
     const CfgXmlTree::Name marker = tree->FindName(NODE_TYPE);
-    for (Node child = tree->FirstChildElement(container); child != NONE; child = tree->NextSiblingElement(child)) {
+    for (Node child = tree->FirstChildElement(container); child != NONE;
+         child = tree->NextSiblingElement(child)) {
         if (tree->AttributeEquals(child, marker, LOGIN_USER))
             users.push_back(tree->NodeName(child));
     }
@@ -1825,7 +1835,8 @@ QString CfgXml::GetActiveUserConfiguraton()
 {
     QMutexLocker locker(CfgCenter::GetMutex());
     const Node user = LoginUserElement();
-    QString active = user == NONE ? QString() : Document()->Attribute(user, Document()->FindName(ACTIVE_USER));
+    QString active =
+        user == NONE ? QString() : Document()->Attribute(user, Document()->FindName(ACTIVE_USER));
     if (active.startsWith(UC_PREFIX))
         active.remove(0, UC_PREFIX.size());
     return active;

@@ -41,7 +41,8 @@ TreeModel::ChildIndex* TreeModel::IndexOf(Node parent)
     if (count < INDEX_THRESHOLD)
         return nullptr;
     ChildIndex index;
-    for (Node child = m_tree->FirstChild(parent); child != CfgXmlTree::NONE; child = m_tree->NextSibling(child)) {
+    for (Node child = m_tree->FirstChild(parent); child != CfgXmlTree::NONE;
+         child = m_tree->NextSibling(child)) {
         const CfgXmlTree::Name name = m_tree->NameOf(child);
         if (!index.firstByName.contains(name))
             index.firstByName.insert(name, child);
@@ -61,7 +62,8 @@ TreeModel::Node TreeModel::FirstChildNamed(Node parent, QStringView name)
         return indexed->firstByName.value(id, CfgXmlTree::NONE);
     // Scanned while it looks small; a crowded parent gets its index.
     int count = 0;
-    for (Node child = m_tree->FirstChild(parent); child != CfgXmlTree::NONE; child = m_tree->NextSibling(child)) {
+    for (Node child = m_tree->FirstChild(parent); child != CfgXmlTree::NONE;
+         child = m_tree->NextSibling(child)) {
         if (++count >= INDEX_THRESHOLD)
             return IndexOf(parent)->firstByName.value(id, CfgXmlTree::NONE);
         if (m_tree->NameOf(child) == id)

@@ -64,7 +64,6 @@ bool IsSpace(char c)
     return Is(c, SPACE);
 }
 
-
 // Qt's parser drops text that is white space in Unicode's sense.
 bool IsBlank(const QString& text)
 {
@@ -579,7 +578,8 @@ bool Reader::Read(CfgXmlTree& document)
     if (!typeName.isEmpty())
         m_tree.SetDocumentTypeText(QStringLiteral("<!DOCTYPE ") + typeName + QStringLiteral(">\n"));
     if (!declaration.isNull())
-        m_tree.Append(m_tree.Document(), m_tree.CreateProcessingInstruction(QStringLiteral("xml"), declaration));
+        m_tree.Append(m_tree.Document(),
+                      m_tree.CreateProcessingInstruction(QStringLiteral("xml"), declaration));
     if (!Element())
         return false;
     SkipSpace();

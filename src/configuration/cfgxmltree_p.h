@@ -119,7 +119,10 @@ public:
         quint32 length;
     };
     void Attributes(Node element, std::vector<AttributeRef>& out) const;
-    const QChar* Chars(quint32 offset) const { return reinterpret_cast<const QChar*>(m_pool.data() + offset); }
+    const QChar* Chars(quint32 offset) const
+    {
+        return reinterpret_cast<const QChar*>(m_pool.data() + offset);
+    }
 
     // ------------------------------------------------------------ building and editing
     Node CreateElement(Name name);
@@ -174,7 +177,7 @@ private:
         Node next = NONE;
         Node previous = NONE; // cyclic: the first child's is the last child
         Name name = NO_NAME;
-        quint32 offset = 0;   // character data, or the first attribute of an element
+        quint32 offset = 0; // character data, or the first attribute of an element
         quint32 length = 0;
         Kind kind = DocumentNode;
     };

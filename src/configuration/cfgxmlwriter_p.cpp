@@ -39,7 +39,8 @@ struct Writer
     }
 
     // Qt's escaping of text and attribute values.
-    void AppendEncoded(const QChar* data, int size, bool quotes, bool whitespaceAsReferences, bool carriageReturns)
+    void AppendEncoded(const QChar* data, int size, bool quotes, bool whitespaceAsReferences,
+                       bool carriageReturns)
     {
         int plain = 0; // start of the run not yet appended
         for (int i = 0; i < size; ++i) {
