@@ -9,6 +9,7 @@
 // construction. Copies of a tree, made within it and into another, save the
 // same.
 
+#include "common/xmltreedescription.h"
 #include "configuration/cfgxmlreader_p.h"
 #include "configuration/cfgxmltree_p.h"
 #include "configuration/cfgxmlwriter_p.h"
@@ -132,91 +133,7 @@ QByteArray ReferenceBytes(const QDomDocument& document)
     return WithSortedAttributes(document.toByteArray(INDENT));
 }
 
-// Both trees as lines, one per node: kind (QDomNode's numbers), name, value
-// and the attributes sorted by name; the document type's name first.
-QString Line(int depth, int kind, const QString& name, const QString& value, QStringList pairs)
-{
-    QString line = QString(depth * 2, QLatin1Char(' ')) + QString::number(kind) + QLatin1Char(' ') + name +
-                   QStringLiteral(" [") + value + QLatin1Char(']');
-    pairs.sort();
-    for (const QString& pair : pairs)
-        line += QLatin1Char(' ') + pair;
-    return line;
-}
-
-void Describe(const QDomNode& parent, int depth, QStringList& lines)
-{
-    for (QDomNode node = parent.firstChild(); !node.isNull(); node = node.nextSibling()) {
-        const QDomNamedNodeMap attributes = node.attributes();
-        QStringList pairs;
-        for (int i = 0; i < attributes.count(); ++i)
-            pairs << attributes.item(i).nodeName() + QLatin1Char('=') + attributes.item(i).nodeValue();
-        lines << Line(depth, node.nodeType(), node.nodeName(), node.nodeValue(), pairs);
-        Describe(node, depth + 1, lines);
-    }
-}
-
-QStringList Describe(const QDomDocument& document)
-{
-    QStringList lines{QStringLiteral("doctype [") + document.doctype().name() + QLatin1Char(']')};
-    Describe(document, 0, lines);
-    return lines;
-}
-
-int DomKind(CfgXmlTree::Kind kind)
-{
-    switch (kind) {
-    case CfgXmlTree::ElementNode:
-        return QDomNode::ElementNode;
-    case CfgXmlTree::TextNode:
-        return QDomNode::TextNode;
-    case CfgXmlTree::CDataNode:
-        return QDomNode::CDATASectionNode;
-    case CfgXmlTree::CommentNode:
-        return QDomNode::CommentNode;
-    case CfgXmlTree::ProcessingInstructionNode:
-        return QDomNode::ProcessingInstructionNode;
-    default:
-        return 0; // no DOM kind of its own
-    }
-}
-
-// The name in the text Qt writes for a document type: "<!DOCTYPE cfg>\n".
-QString DocumentTypeName(const QString& text)
-{
-    const QString prefix = QStringLiteral("<!DOCTYPE ");
-    if (!text.startsWith(prefix))
-        return QString();
-    int end = prefix.size();
-    while (end < text.size() && text.at(end) != QLatin1Char(' ') && text.at(end) != QLatin1Char('>'))
-        ++end;
-    return text.mid(prefix.size(), end - prefix.size());
-}
-
-void Describe(const CfgXmlTree& tree, CfgXmlTree::Node parent, int depth, QStringList& lines)
-{
-    std::vector<CfgXmlTree::AttributeRef> attributes;
-    for (CfgXmlTree::Node node = tree.FirstChild(parent); node != CfgXmlTree::NONE;
-         node = tree.NextSibling(node)) {
-        QStringList pairs;
-        if (tree.IsElement(node)) {
-            tree.Attributes(node, attributes);
-            for (const CfgXmlTree::AttributeRef& attribute : attributes)
-                pairs << tree.NameText(attribute.name) + QLatin1Char('=') +
-                             QString(tree.Chars(attribute.offset), int(attribute.length));
-        }
-        lines << Line(depth, DomKind(tree.KindOf(node)), tree.NodeName(node), tree.Data(node), pairs);
-        Describe(tree, node, depth + 1, lines);
-    }
-}
-
-QStringList Describe(const CfgXmlTree& tree)
-{
-    QStringList lines{QStringLiteral("doctype [") + DocumentTypeName(tree.DocumentTypeText()) +
-                      QLatin1Char(']')};
-    Describe(tree, tree.Document(), 0, lines);
-    return lines;
-}
+using XmlTreeDescription::Describe;
 
 // A tree copied node by node into a tree of its own, and then with its root
 // replaced by a copy made within that tree, saves to the same bytes.
