@@ -81,6 +81,30 @@ void AppendSortedTag(const QByteArray& bytes, int from, int end, std::vector<std
     out.append(data + rest, end - rest);
 }
 
+// The end of the document type at `from`: its literals may hold '>' and
+// markup, and its internal subset declarations ending in '>'. Nothing in it
+// is a start tag to sort.
+int EndOfDocumentType(const QByteArray& bytes, int from)
+{
+    char quote = 0;
+    int depth = 0;
+    for (int i = from + 2; i < bytes.size(); ++i) {
+        const char c = bytes.at(i);
+        if (quote) {
+            quote = c == quote ? 0 : quote;
+        } else if (c == '"' || c == '\'') {
+            quote = c;
+        } else if (c == '[') {
+            ++depth;
+        } else if (c == ']') {
+            --depth;
+        } else if (c == '>' && depth <= 0) {
+            return i + 1;
+        }
+    }
+    return bytes.size();
+}
+
 // Qt writes an element's attributes in the order of a hash that it seeds per
 // process, so the same document could be saved differently by two
 // processes. Sorted by name, the saved bytes depend on the content alone.
@@ -105,6 +129,8 @@ QByteArray WithSortedAttributes(const QByteArray& bytes)
             end = EndOf(bytes, open + 9, "]]>");
         } else if (StartsWithAt(bytes, open, "<?")) {
             end = EndOf(bytes, open + 2, "?>");
+        } else if (StartsWithAt(bytes, open, "<!DOCTYPE")) {
+            end = EndOfDocumentType(bytes, open);
         } else if (StartsWithAt(bytes, open, "<!") || StartsWithAt(bytes, open, "</")) {
             end = EndOf(bytes, open + 2, ">");
         } else {
