@@ -156,18 +156,19 @@ qint32 Now()
 // digits are read without making a string.
 qint64 StampValue(QStringView text)
 {
-    bool plain = !text.isEmpty() && text.size() <= 18;
+    bool digits = !text.isEmpty() && text.size() <= 18; // 18 digits cannot overflow
     qint64 value = 0;
-    for (int i = 0; plain && i < int(text.size()); ++i) {
+    for (int i = 0; digits && i < int(text.size()); ++i) {
         const char16_t c = text.at(i).unicode();
-        plain = c >= u'0' && c <= u'9';
-        value = value * 10 + (c - u'0');
+        digits = c >= u'0' && c <= u'9';
+        if (digits)
+            value = value * 10 + (c - u'0');
     }
-    if (plain)
+    if (digits)
         return value;
     bool ok = false;
-    value = text.toString().toLongLong(&ok);
-    return ok ? value : 0;
+    const qint64 parsed = text.toString().toLongLong(&ok);
+    return ok ? parsed : 0;
 }
 
 // The next time stamp: now, or one past the old one when the clock is behind it.
@@ -306,8 +307,8 @@ QByteArray Serialise(const CfgXmlTree& document)
     return CfgXmlWriter::Serialise(document, CfgXml::XML_INDENT);
 }
 
-// A document made here: the declaration, the root element and the document
-// type "cfg" when asked for.
+// A document made here: the declaration, and the document type "cfg" when
+// asked for.
 std::unique_ptr<CfgXmlTree> NewDocument(bool withType)
 {
     auto document = std::make_unique<CfgXmlTree>();
