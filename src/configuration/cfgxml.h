@@ -13,8 +13,8 @@
 struct CfgXmlData;
 class CfgXmlTree;
 
-/// The XML configuration backend: a whole document kept in memory as a DOM
-/// and written back with a crash-safe file rotation.
+/// The XML configuration backend: a whole document kept in memory in a
+/// compact tree of its own and written back with a crash-safe file rotation.
 ///
 /// The main file F holds the System, Domain and Machine views. With the
 /// configuration centre's usage 0 or 4 the User view lives in a side file

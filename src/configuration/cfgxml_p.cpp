@@ -408,8 +408,9 @@ struct GuardProblem
     int column = 0;
 };
 
-// The DOM builds and frees its tree recursively and keeps every node at
-// hundreds of bytes; the stream reader walks the bytes without building anything.
+// Qt's DOM builds and frees its tree recursively and keeps every node at
+// hundreds of bytes; the stream reader walks the bytes without building
+// anything, so hostile documents are refused before the DOM sees them.
 bool CheckGuards(const QByteArray& bytes, GuardProblem& problem)
 {
     QXmlStreamReader reader(bytes);
