@@ -555,12 +555,14 @@ bool Reader::Element()
     }
 }
 
-// How many '<' the rest holds: a bound on the elements, found at the speed
-// of memchr, so that the tree's arrays are sized once and close to need.
+// How many '<' the rest holds, up to the element limit: a bound on the
+// elements, found at the speed of memchr, so that the tree's arrays are sized
+// once and close to need, and never beyond what the limit allows.
 int Reader::CountTags() const
 {
     int count = 0;
-    for (const char* p = m_p; (p = static_cast<const char*>(memchr(p, '<', size_t(m_end - p)))); ++p)
+    for (const char* p = m_p;
+         count < m_maxElements && (p = static_cast<const char*>(memchr(p, '<', size_t(m_end - p)))); ++p)
         ++count;
     return count;
 }
