@@ -14,9 +14,9 @@ class QDomNode;
 /// A configuration document in memory, made to be cheap to build, walk and
 /// keep: nodes live in one array and refer to each other by index, names are
 /// interned once per document, and character data (texts, attribute values)
-/// sits in one pool of UTF-16 code units. A value costs a few dozen bytes
-/// where Qt's DOM spends more than a kilobyte, and reading a file is little
-/// more than copying its characters.
+/// sits in one pool of UTF-16 code units. A value with its time stamp and
+/// type costs about 200 bytes where Qt's DOM spends about 1.7 KiB, and
+/// reading a file is little more than copying its characters.
 ///
 /// The tree holds what Qt's DOM holds for the same bytes (elements with
 /// attributes, text, CDATA sections, comments, processing instructions and
@@ -67,7 +67,7 @@ public:
     Node NextSibling(Node node) const { return m_nodes[node].next; }
     Node PreviousSibling(Node node) const;
     bool HasChildren(Node node) const { return m_nodes[node].first != NONE; }
-    /// The first child element named `name`, after `after` when given.
+    /// The first child element named `name`; NONE when none.
     Node FirstChildElement(Node parent, Name name) const;
     Node FirstChildElement(Node parent) const;
     Node NextSiblingElement(Node node) const;
@@ -76,8 +76,8 @@ public:
     Node FirstTextChild(Node node) const;
 
     // ------------------------------------------------------------ names
-    /// The id of `name`, NO_NAME when no node or attribute of this tree was
-    /// ever called so (then none is now).
+    /// The id of `name`, NO_NAME when it was never interned (then no node or
+    /// attribute of this tree is called so).
     Name FindName(QStringView name) const;
     Name Intern(QStringView name);
     Name Intern(const char* latin1, int length);
