@@ -118,11 +118,11 @@ void CheckValueText(const QString& name, const QString& value, const QString& op
         throw KVException(refusal, SOURCE_FILE, CLASS_NAME, operation, __LINE__);
 }
 
-// A value has text as its first child, or no text but a "protected" flag (an empty value).
-bool IsValue(const CfgXmlTree& tree, Node element)
+// A value has text as its first child, or no text but a "protected" flag (an
+// empty value). `isProtected` is the tree's id of "protected".
+bool IsValue(const CfgXmlTree& tree, Node element, CfgXmlTree::Name isProtected)
 {
-    return tree.IsText(tree.FirstChild(element)) ||
-           tree.HasAttribute(element, tree.FindName(CfgXml::PROTECTED));
+    return tree.IsText(tree.FirstChild(element)) || tree.HasAttribute(element, isProtected);
 }
 
 QString TypeFromText(const QString& text)
@@ -865,7 +865,8 @@ namespace {
 // Values and sub-configurations in document order. Any child that is not an
 // element (text, comment, processing instruction) ends what the
 // sub-configuration listing can reach: enumerating past it fails.
-TreeModel::Listing BuildListing(const CfgXmlTree& tree, Node node, TreeModel::ListingKind kind)
+TreeModel::Listing BuildListing(const CfgXmlTree& tree, Node node, TreeModel::ListingKind kind,
+                                CfgXmlTree::Name isProtected)
 {
     TreeModel::Listing listing;
     listing.built = true;
@@ -875,7 +876,7 @@ TreeModel::Listing BuildListing(const CfgXmlTree& tree, Node node, TreeModel::Li
                 listing.reachable = int(listing.items.size());
             continue;
         }
-        if (IsValue(tree, child) == (kind == TreeModel::Values))
+        if (IsValue(tree, child, isProtected) == (kind == TreeModel::Values))
             listing.items.push_back(child);
     }
     return listing;
@@ -884,13 +885,10 @@ TreeModel::Listing BuildListing(const CfgXmlTree& tree, Node node, TreeModel::Li
 const TreeModel::Listing& ChildListing(CfgXmlData& data, Node node, TreeModel::ListingKind kind)
 {
     TreeModel::Listing* cached = data.lookup.ListingOf(node, kind);
-    if (!cached) {
-        data.scratch = BuildListing(*data.document, node, kind);
-        return data.scratch;
-    }
-    if (!cached->built)
-        *cached = BuildListing(*data.document, node, kind);
-    return *cached;
+    TreeModel::Listing& listing = cached ? *cached : data.scratch;
+    if (!cached || !cached->built)
+        listing = BuildListing(*data.document, node, kind, data.lookup.ProtectedName());
+    return listing;
 }
 
 } // namespace
@@ -1038,7 +1036,9 @@ void CfgXml::OpenDocument(bool restoreAllowed)
         HandleMissingFile();
     }
     // A missing file may have been restored from its backup meanwhile.
-    if (!ParseMainFile(ReadOrCreateFile(exists || QFile::exists(m_sFileName)), restoreAllowed))
+    QString unreadable;
+    const QByteArray bytes = ReadOrCreateFile(exists || QFile::exists(m_sFileName), &unreadable);
+    if (!ParseMainFile(bytes, unreadable, restoreAllowed))
         return;
     const CfgXmlTree& tree = *Document();
     const Node root = tree.DocumentElement();
@@ -1103,7 +1103,9 @@ void CfgXml::HandleMissingFile()
     throw KVException(message, SOURCE_FILE, CLASS_NAME, QStringLiteral("OpenDocument"), __LINE__);
 }
 
-QByteArray CfgXml::ReadOrCreateFile(bool existed)
+// Too large or not a regular file: empty bytes and the reason in `unreadable`,
+// reported as a parse error.
+QByteArray CfgXml::ReadOrCreateFile(bool existed, QString* unreadable)
 {
     QFile file;
     if (!existed) {
@@ -1118,9 +1120,8 @@ QByteArray CfgXml::ReadOrCreateFile(bool existed)
         ZentOS::Get().SyncFile(file);
         file.close();
     }
-    QString problem;
-    const QByteArray bytes = CfgXmlFile::ReadFile(m_sFileName, &problem);
-    if (problem == QLatin1String("cannot be read")) {
+    const QByteArray bytes = CfgXmlFile::ReadFile(m_sFileName, unreadable);
+    if (*unreadable == QLatin1String("cannot be read")) {
         m_pData->Reset();
         // An existing file that cannot be read is not overwritten with the template.
         throw KVException((existed ? QStringLiteral("Can neither open nor create the file ")
@@ -1128,15 +1129,12 @@ QByteArray CfgXml::ReadOrCreateFile(bool existed)
                               m_sFileName + QStringLiteral("."),
                           SOURCE_FILE, CLASS_NAME, QStringLiteral("OpenDocument"), __LINE__);
     }
-    return bytes; // too large or not a regular file: empty, reported as a parse error
+    return bytes;
 }
 
 // Returns false when the document was opened through the backup instead.
-bool CfgXml::ParseMainFile(const QByteArray& bytes, bool restoreAllowed)
+bool CfgXml::ParseMainFile(const QByteArray& bytes, const QString& unreadable, bool restoreAllowed)
 {
-    QString unreadable;
-    if (bytes.isEmpty())
-        CfgXmlFile::ReadFile(m_sFileName, &unreadable);
     const ParseResult result =
         !unreadable.isEmpty() ? ParseResult{false, unreadable, 0, 0} : Parse(*m_pData->document, bytes);
     if (result.ok) {
@@ -1515,7 +1513,7 @@ struct Merge
                     target.FirstChildElement(targetParent, target.FindName(source.NodeName(child)));
                 if (existing == NONE)
                     model.Append(targetParent, target.Import(source, child));
-                else if (IsValue(source, child))
+                else if (IsValue(source, child, source.FindName(CfgXml::PROTECTED)))
                     Value(child, existing);
                 else
                     pending.emplace_back(child, existing);

@@ -242,8 +242,8 @@ private:
 
     void OpenUserOnlyDocument();
     void HandleMissingFile();
-    QByteArray ReadOrCreateFile(bool existed);
-    bool ParseMainFile(const QByteArray& bytes, bool restoreAllowed);
+    QByteArray ReadOrCreateFile(bool existed, QString* unreadable);
+    bool ParseMainFile(const QByteArray& bytes, const QString& unreadable, bool restoreAllowed);
     void ValidateViews(TreeNode root);
     void GraftSideView(const QString& viewName, const QString& fileName, const char* emptyTemplate);
     TreeNode ReadSideView(const QString& fileName, const QString& viewName, const char* emptyTemplate);
