@@ -1705,6 +1705,43 @@ private slots:
         QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("d"));
     }
 
+    // Writes go straight to a value that a read or write found before; the
+    // next tests check that they still follow the document's changes.
+    void writeAfterRemovingAValueCreatesItAgain()
+    {
+        auto cfg = Open(Document("<System/><Domain/><Machine><App><Sub><A>1</A></Sub></App></Machine>"));
+        QCOMPARE(cfg->GetString(QStringLiteral("Sub\\A"), QStringLiteral("d")), QStringLiteral("1"));
+        QCOMPARE(cfg->RemoveAttribute(QStringLiteral("Sub\\A")), true);
+        cfg->SetString(QStringLiteral("Sub\\A"), QStringLiteral("2"));
+        QCOMPARE(cfg->GetString(QStringLiteral("Sub\\A"), QStringLiteral("d")), QStringLiteral("2"));
+        // Made afresh in the document (found without the remembered place),
+        // outside the user view, so protected as every new value there.
+        QCOMPARE(cfg->HasAttribute(QStringLiteral("Sub"), QStringLiteral("A")), true);
+        QCOMPARE(cfg->IsProtected(QStringLiteral("Sub\\A")), true);
+    }
+
+    void writeAfterRemovingItsSubConfigurationCreatesThePathAgain()
+    {
+        auto cfg = Open(Document("<System/><Domain/><Machine><App><Sub><A>1</A></Sub></App></Machine>"));
+        cfg->SetString(QStringLiteral("Sub\\A"), QStringLiteral("2"));
+        QCOMPARE(cfg->RemoveSubCfg(QStringLiteral("Sub")), true);
+        cfg->SetString(QStringLiteral("Sub\\A"), QStringLiteral("3"));
+        QCOMPARE(cfg->GetString(QStringLiteral("Sub\\A"), QStringLiteral("d")), QStringLiteral("3"));
+        QCOMPARE(cfg->HasSubCfg(QStringLiteral("Sub")), true);
+    }
+
+    void writeToARememberedValueStillRefusesATextXmlCannotCarry()
+    {
+        auto cfg = Open(Document("<System/><Domain/><Machine><App><A>1</A></App></Machine>"));
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("1"));
+        CompareKVException(
+            CaughtKVException([&] { cfg->SetString(QStringLiteral("A"), QString(QChar(0x0001))); }),
+            QStringLiteral("The value \"A\" was not stored: its text contains the character U+0001, "
+                           "which XML cannot carry."),
+            QStringLiteral("configuration/cfgxml"), QStringLiteral("CfgXml"), QStringLiteral("SetString"));
+        QCOMPARE(cfg->GetString(QStringLiteral("A"), QStringLiteral("d")), QStringLiteral("1"));
+    }
+
     void readAfterReopeningFindsTheRestoredBackup()
     {
         auto cfg = Open(Document("<System/><Domain/><Machine><App><A>current</A></App></Machine>"));
